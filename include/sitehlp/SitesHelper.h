@@ -1,0 +1,397 @@
+// libvlmCmnLib: the agent's repository site list.
+//
+// sitehlp::CSitesHelper reads, caches, writes, merges, checks, imports and
+// rewrites site list documents (SiteList.xml, ServerSiteList.xml). Sites live
+// in memory as a singly linked list of fixed-size tag_Site records.
+//
+// Thread safety: a CSitesHelper object is used by one thread at a time. The
+// process-wide cache (m_pSiteList, m_iChange) and the files are guarded by the
+// named inter-process locks "SiteListLock" and "SmartSiteListLock", which also
+// exclude other processes of the agent.
+//
+// Result codes: 0 success; -1 general failure; -2 missing argument; -3 out of
+// memory; -4 file does not exist; -5 XML not well formed; -8 no SPIPE site;
+// -9 outside list failed the source checks; -10 file unreadable; -11 file not
+// written (or a parser read/write error in GetCaCertificates). Operations
+// answering bool or 1/0 say so below.
+//
+// Ownership: a list handed out through a tag_Site** belongs to the caller and
+// is released with FreeSiteListMemory, except the one SmartReadSiteList hands
+// out, which belongs to the process-wide cache.
+#ifndef VLM_SITEHLP_SITESHELPER_H
+#define VLM_SITEHLP_SITESHELPER_H
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "platform/ABuffer.h"
+#include "platform/AString.h"
+#include "platform/Forward.h"
+#include "sitehlp/export.h"
+
+namespace sitehlp {
+
+// Kind discriminator of tag_Site::nSiteType; the values are fixed.
+enum SiteKind : int32_t {
+  SITE_TYPE_HTTP = 0,   // HttpSite, SpipeSite, SuperAgentSite
+  SITE_TYPE_FTP = 1,    // FTPSite
+  SITE_TYPE_UNC = 2,    // UNCSite
+  SITE_TYPE_LOCAL = 3,  // LocalSite
+  SITE_TYPE_PROXY = 4,  // ProxyConfigList / ProxyConfig
+};
+
+// Capacities in wchar_t, terminator included.
+enum : unsigned int {
+  c_nameCapacity = 260,
+  c_pathCapacity = 520,
+  c_serverNameCapacity = 261,
+  c_serverIPCapacity = 100,
+  c_exclusionListCapacity = 4001,
+};
+
+// Record layout: every array is wchar_t (4 bytes), every number 4 bytes, so
+// the bodies are 4-byte aligned and tag_Site is 8-byte aligned for pNext.
+// Offsets and sizes are part of the ABI and pinned by static_assert below.
+
+struct tag_HttpSite {
+  wchar_t szSiteElement[260];  // "HttpSite", "SpipeSite" or "SuperAgentSite"
+  wchar_t szName[260];
+  wchar_t szServer[260];
+  wchar_t szServerIP[100];
+  int32_t nPort;
+  int32_t nServerIPPort;
+  int32_t nServerNamePort;
+  wchar_t szRelativePath[520];
+  wchar_t szServerName[261];  // one more than the other names, deliberately
+  int32_t nUseAuth;
+  wchar_t szUserName[260];
+  wchar_t szPassword[260];  // clear text
+  wchar_t szVersion[260];   // SPIPE sites only
+  uint32_t nSecurePort;
+};
+
+struct tag_FtpSite {
+  wchar_t szName[260];
+  wchar_t szServer[260];
+  wchar_t szRelativePath[520];
+  wchar_t szUserName[260];
+  wchar_t szPassword[260];
+  int32_t nPort;
+  uint32_t nSecurePort;
+};
+
+struct tag_UncSite {
+  wchar_t szName[260];
+  wchar_t szServer[260];  // bare host, not split
+  wchar_t szRelativePath[520];
+  wchar_t szDomainName[260];
+  wchar_t szUserName[260];
+  wchar_t szPassword[260];
+  int32_t nUseLoggedonUserAccount;
+  wchar_t szShareName[260];
+};
+
+struct tag_LocalSite {
+  wchar_t szName[260];
+  wchar_t szRelativePath[520];
+  wchar_t szDomainName[260];
+  wchar_t szUserName[260];
+  wchar_t szPassword[260];
+  int32_t nUseLoggedonUserAccount;
+};
+
+struct tag_ProxySettings {
+  wchar_t szProxyKind[260];  // "HttpSite", "FTPSite", "FtpHttp" or empty
+  wchar_t szName[260];
+  wchar_t szHttpProxyServer[260];
+  int32_t nHttpProxyPort;
+  wchar_t szFtpProxyServer[260];
+  int32_t nFtpProxyPort;
+  int32_t bAllowUserToConfigureProxy;
+  int32_t bBypassLocalAddress;
+  int32_t bUseIEConfig;
+  int32_t nExclusionCount;
+  wchar_t szExclusionList[4001];  // hosts joined with ";", at most 3,999 characters
+  int32_t bFtpUseAuth;
+  int32_t bHttpUseAuth;
+  wchar_t szHttpProxyUser[260];
+  wchar_t szHttpProxyPassword[260];
+  wchar_t szFtpProxyUser[260];
+  wchar_t szFtpProxyPassword[260];
+  int32_t bAlternateFtpUseAuth;
+  int32_t bAlternateHttpUseAuth;
+  wchar_t szAlternateHttpProxyUser[260];
+  wchar_t szAlternateHttpProxyPassword[260];
+  wchar_t szAlternateFtpProxyUser[260];
+  wchar_t szAlternateFtpProxyPassword[260];
+};
+
+// One site. Allocated with calloc(1, sizeof(tag_Site)) whatever its kind, so
+// any record can be overwritten by another kind or copied with memcpy; it owns
+// no memory, so freeing it is one free().
+typedef struct tag_Site {
+  int32_t bEnabled;
+  int32_t bSpipeOrSuperAgent;
+  int32_t bMirror;
+  int32_t bLocal;
+  int32_t nOrder;     // 0 for a fallback site
+  int32_t nSiteType;  // SiteKind
+  wchar_t szType[260];
+  struct tag_Site* pNext;
+  union {
+    tag_HttpSite httpSite;
+    tag_FtpSite ftpSite;
+    tag_UncSite uncSite;
+    tag_LocalSite localSite;
+    tag_ProxySettings proxySettings;
+  };
+} tag_Site;
+
+#if defined(__x86_64__) || defined(__aarch64__)
+static_assert(sizeof(wchar_t) == 4, "records hold UTF-32 text");
+static_assert(sizeof(tag_HttpSite) == 9784, "tag_HttpSite layout is ABI");
+static_assert(sizeof(tag_FtpSite) == 6248, "tag_FtpSite layout is ABI");
+static_assert(sizeof(tag_UncSite) == 8324, "tag_UncSite layout is ABI");
+static_assert(sizeof(tag_LocalSite) == 6244, "tag_LocalSite layout is ABI");
+static_assert(sizeof(tag_ProxySettings) == 28524, "tag_ProxySettings layout is ABI");
+static_assert(offsetof(tag_Site, nOrder) == 16, "tag_Site layout is ABI");
+static_assert(offsetof(tag_Site, nSiteType) == 20, "tag_Site layout is ABI");
+static_assert(offsetof(tag_Site, szType) == 24, "tag_Site layout is ABI");
+static_assert(offsetof(tag_Site, pNext) == 1064, "tag_Site layout is ABI");
+static_assert(offsetof(tag_Site, httpSite) == 1072, "tag_Site layout is ABI");
+static_assert(offsetof(tag_HttpSite, nPort) == 3520, "tag_HttpSite layout is ABI");
+static_assert(offsetof(tag_HttpSite, szServerName) == 5612, "tag_HttpSite layout is ABI");
+static_assert(offsetof(tag_HttpSite, nSecurePort) == 9780, "tag_HttpSite layout is ABI");
+static_assert(offsetof(tag_FtpSite, nPort) == 6240, "tag_FtpSite layout is ABI");
+static_assert(offsetof(tag_UncSite, szShareName) == 7284, "tag_UncSite layout is ABI");
+static_assert(offsetof(tag_ProxySettings, szExclusionList) == 4184, "tag_ProxySettings layout is ABI");
+static_assert(offsetof(tag_ProxySettings, bFtpUseAuth) == 20188, "tag_ProxySettings layout is ABI");
+static_assert(sizeof(tag_Site) == 29600, "tag_Site layout is ABI");
+#endif
+
+// Constants of the helper's namespace.
+constexpr const wchar_t c_sitelistName[] = L"SiteList.xml";
+constexpr const wchar_t c_serverSitelistName[] = L"ServerSiteList.xml";
+constexpr int c_defaultHttpPort = 80;
+constexpr int c_delaySiteUnavailable = 65535;
+constexpr const char c_siteListLock[] = "SiteListLock";
+constexpr const char smartSiteListLock[] = "SmartSiteListLock";
+constexpr const wchar_t c_proxyParamDelimiter[] = L";";
+constexpr const wchar_t c_agentEnvMacroStartDelimiter[] = L"<";
+constexpr const wchar_t c_agentEnvMacroEndDelimiter[] = L">";
+constexpr const wchar_t c_agentEnvMacroStartDelimiterExpanded[] = L"%%lt%%";
+constexpr const wchar_t c_agentEnvMacroEndDelimiterExpanded[] = L"%%gt%%";
+// Wait argument of every lock call: in effect no time limit.
+constexpr int c_lockWaitForever = 0x7FFFFFFF;
+
+// Splits "host:port" at the last colon. False (outputs untouched) when there
+// is no colon; otherwise true, with the port as a stream extraction leaves it.
+VLM_EXPORT bool split_host_and_port(const std::wstring& text, std::wstring& host, unsigned int& port);
+
+class VLM_EXPORT CSitesHelper {
+ public:
+  // ---- Construction and policy settings ---------------------------------
+  // Helper for the agent's own list: <framework data dir>/etc/SiteList.xml.
+  // Reads that file's versions and type; a missing file is not an error.
+  CSitesHelper();
+  // Helper for the site list at a full path.
+  explicit CSitesHelper(std::wstring siteListPath);
+  virtual ~CSitesHelper();
+
+  // Writes the directory holding the agent's site list (not the file) into
+  // buffer, cut to capacity - 1 characters. Returns 0.
+  int GetSiteListFilename(wchar_t* buffer, unsigned long capacity);
+  void SetPolicySetting(const std::wstring& name, const std::wstring& value);
+  // True and value set when name is held; false and value untouched otherwise.
+  bool GetPolicySetting(const std::wstring& name, std::wstring& value);
+  // -1 override: managed; -2: not managed; otherwise the configuration says.
+  bool IsOrxManaged();
+  // Sets the managed override: -1 forces managed, -2 forces not managed, any
+  // other value defers to the configuration service.
+  void SetManagedOverride(int iOverride) { m_iManagedOverride = iOverride; }
+
+  // Read-only views of the helper's state.
+  const std::wstring& GetSiteListPath() const { return m_siteListPath; }
+  const std::wstring& GetCurrentPath() const { return m_currentPath; }
+  const std::wstring& GetLocalVersion() const { return m_localVersion; }
+  const std::wstring& GetGlobalVersion() const { return m_globalVersion; }
+  const std::wstring& GetSiteListType() const { return m_siteListType; }
+  const std::map<std::wstring, std::wstring>& GetPolicySettings() const { return m_policySettings; }
+
+  // ---- Record utilities ---------------------------------------------------
+  // Frees every node of pList (NULL allowed). Returns 0.
+  int FreeSiteListMemory(tag_Site* pList);
+  // Bounded copy into a record field; capacity in wchar_t with terminator.
+  // A source that does not fit is cut and the cut logged at detail level.
+  void CopyWStr(wchar_t* dst, const wchar_t* src, unsigned int capacity);
+  std::wstring ConvertToStr(unsigned int value);
+  std::wstring ConvertToStr(int value);
+  std::wstring ConvertToStr(bool value);  // "1" or "0"
+  // Turns %%lt%% and %%gt%% into < and > in place. Returns 0.
+  int FormatEnvSymbols(wchar_t* buffer, unsigned int capacity);
+
+  // ---- Reading ----------------------------------------------------------------
+  // Reads path (empty: the helper's own list) into a new list owned by the
+  // caller. 0, or -1 when the last site element gave no body; -2 no path,
+  // -4 missing, -10 unreadable, -5 malformed, or a parser read/write code.
+  int ReadSiteList(const std::wstring& path, tag_Site** ppSiteList);
+  // Builds one site body in a new calloc block (caller frees). 0, or -1 and
+  // *ppBody NULL for an element that is no site.
+  int ReadSiteFromSiteList(AdvXMLParser::Element* pElement, void** ppBody);
+  // Serves the process-wide cached list, re-reading the file after two change
+  // notices. The list handed out belongs to the cache: do not free it.
+  int SmartReadSiteList(const std::wstring& path, tag_Site** ppSiteList);
+  // Change notice: the file on disk has changed.
+  void needToUpdateInMemSiteList();
+  // Like ReadSiteList, but -1 for an empty path and a logged failure when the
+  // read fails or yields no site.
+  int MustReadSiteList(const std::wstring& path, tag_Site** ppSiteList);
+
+  // ---- Writing ------------------------------------------------------------------
+  // Writes sites (NULL: no sites) to path (empty: the helper's own), stamping
+  // a local version when localVersion is empty. Changes the records: macros
+  // are put into stored form, proxy exclusion lists cut apart. 0; -1 when the
+  // last record has an unknown kind; -11 when the file could not be written.
+  int CreateSiteList(tag_Site* sites, const std::wstring& path, const std::wstring& globalVersion,
+                     const std::wstring& localVersion, const std::wstring& type,
+                     const std::vector<std::wstring>& caCertificates);
+  // Append one site element behind the writer's cursor; called by
+  // CreateSiteList only. Return 0.
+  int AddHTTPSite(tag_Site* pSite, int index);
+  int AddFTPSite(tag_Site* pSite, int index);
+  int AddUNCSite(tag_Site* pSite, int index);
+  int AddLocalSite(tag_Site* pSite, int index);
+  int AddProxySite(tag_Site* pSite, int index);
+
+  // ---- Version, FIPS and CA certificate queries ------------------------------------
+  // 0; -4 missing (outputs untouched); -1 unreadable or malformed.
+  int GetSitelistVersions(const std::wstring& siteListPath, std::wstring& globalVersion,
+                          std::wstring& localVersion, std::wstring& siteListType);
+  int GetGlobalSitelistVersion(std::wstring& globalVersion);
+  // 0 when the root carries FipsMode; -4 missing; -1 otherwise.
+  int GetSitelistFipsMode(const std::wstring& siteListPath, std::wstring& fipsMode);
+  // Appends the CaCertificate texts. 0; -4 missing; -10 unreadable; -5
+  // malformed; -11 parser read/write error.
+  int GetCaCertificates(const std::wstring& siteListPath, std::vector<std::wstring>& certificates);
+
+  // ---- Passwords -------------------------------------------------------------------
+  // Decrypts base64 text of the byte form (kind 6). Output untouched on failure.
+  bool decrypt_data(const std::wstring& encrypted, std::wstring& clear);
+  // 1 when password was encrypted into encrypted (text form, kind 3), else 0
+  // with encrypted untouched.
+  int EncryptPassword(const std::wstring& password, std::wstring& encrypted);
+  // Re-encrypts a server site list held in buffer (kind 6 in, kind 3 out) into
+  // <framework data dir>/ServerSiteList.xml. 0, -5, or a parser code.
+  int AdjustPwd(const AnObjectBuffer<unsigned char>& buffer);
+
+  // ---- Merging --------------------------------------------------------------------
+  // Builds a new list from copies of the inputs into *ppFinalSiteList (owned
+  // by the caller; NULL after a failure). 0, -2, -3 or a reader code.
+  int MergeSiteLists(tag_Site* pSiteList, tag_Site* pBaseSiteList, bool bMergeWithBase,
+                     tag_Site** ppFinalSiteList);
+  int MergeThisSiteList(tag_Site* pSiteList, bool bSkipProxy, tag_Site** ppTail, tag_Site** ppHead);
+  // Copies every SPIPE site into a new chain. 0, -2, -3, -8 (none).
+  int GetSpipeSite(tag_Site* pSiteList, tag_Site** ppSpipeSites);
+  // Replaces the chain's SPIPE sites by pSpipeSites (linked, not copied).
+  int UpdateSpipeSite(tag_Site* pSpipeSites, tag_Site** ppTail, tag_Site** ppHead);
+  // Copies the first fallback site. 0, -1 (none), -2, -3.
+  int GetFallbackSite(tag_Site* pSiteList, tag_Site** ppFallbackSite);
+  // Puts pFallbackSite into the chain; consumes it unless -2.
+  int UpdateFallbackSite(tag_Site* pFallbackSite, tag_Site** ppTail, tag_Site** ppHead);
+  // Ranks the vendor's default HTTP update site ahead of its FTP one.
+  void AdjustSitesOrder(tag_Site* pSiteList);
+  // Points the helper's own list at a management server and writes it.
+  int SetSpipeSiteForUpdSite(unsigned int port, const std::wstring& serverIP, const std::wstring& server,
+                             const std::wstring& netbiosName);
+  // Where the management server is, from the cached list. Outputs written on
+  // success only. 0, a read code, -2, -3 or -8.
+  int GetVantorServerInfo(std::wstring& name, std::wstring& server, std::wstring& serverIP,
+                          std::wstring& netbiosName, int& port, std::wstring& version, bool allServers,
+                          bool plainPortOnly);
+
+  // ---- Source checks, key files, import and install --------------------------------
+  // 0 when every rule holds; -9 when any fails; or a GetSpipeSite code.
+  int SourceSiteListCheck(tag_Site* pSiteList, bool bManaged);
+  // 1 when sourcePath reads and passes the checks, else 0.
+  int ValidateSiteListForInstall(const std::wstring& sourcePath, bool bManaged);
+  bool readKeyFile(const AString& dir, const AString& fileName, ABuffer& contents);
+  bool readKeyFiles(const std::wstring& sourcePath, tag_Site* pSiteList, const std::wstring& keyDir,
+                    ABuffer& srPubKey, ABuffer& reqSecKey, ABuffer& sr2048PubKey, ABuffer& req2048SecKey,
+                    bool& hasSrPubKey, bool& hasReqSecKey, bool& hasSr2048PubKey, bool& hasReq2048SecKey);
+  bool writeKeyFile(const ABuffer& contents, const AString& fileName, const AString& extra, const AString& dir);
+  bool writeKeyFiles(bool writeSrPubKey, bool writeReqSecKey, const ABuffer& srPubKey, const ABuffer& reqSecKey,
+                     bool writeSr2048PubKey, bool writeReq2048SecKey, const ABuffer& sr2048PubKey,
+                     const ABuffer& req2048SecKey, const AString& dir);
+  bool writable(const AString& path);
+  bool createDirectoriesAndCopyKeyFiles(const std::wstring& sourcePath, tag_Site* pSiteList,
+                                        const std::wstring& keyDir);
+  // Checked import of an outside list with its key files. 0 or a code.
+  int ImportSiteList(const std::wstring& sourcePath, const std::wstring& keyDir);
+  // Unchecked install of an outside list with its key files. 0 or a code.
+  int InstallSiteList(const std::wstring& sourcePath, const std::wstring& keyDir);
+  int InternalImportSiteList(const std::wstring& sourcePath, tag_Site* pSiteList, const std::wstring& keyDir);
+
+  // ---- Server site list, rewriting and buffers --------------------------------------
+  // Copies <srcDir>/SiteList.xml without the client's local sites to
+  // <dstDir or srcDir>/ServerSiteList.xml. True when written.
+  static bool createServerSiteListFromSiteList(const wchar_t* srcDir, const wchar_t* dstDir);
+  // Stores a server site list, re-encrypting its passwords when asked and the
+  // key size calls for it.
+  bool CreateServerSiteList(AnObjectBuffer<unsigned char>& buffer, bool bAdjust);
+  // Folds the vendor repositories and/or the SPIPE sites and CA bundle of
+  // newPath into the helper's own list. True when written.
+  bool modifySiteList(const wchar_t* newPath, bool bReplaceRepositories, bool bReplaceServer, const AString& keyDir);
+  bool doReplaceVantorSite(AnXmlNode& ownRoot, AnXmlNode& newRoot);
+  void replaceZelRepository(AnXmlNode& newSite, AnXmlNode& ownSiteList, AnXmlNode& ownSite, int order,
+                            const wchar_t* siteType);
+  void copyXmlAttributesAlter(AnXmlNode& src, AnXmlNode& dst, int order, const wchar_t* siteType);
+  void copyXmlAttributes(AnXmlNode& src, AnXmlNode& dst);
+  void copyXmlSubNodes(AnXmlNode& src, AnXmlNode& dst);
+  // The own list's text with the first "<CaBundle>" tag cut. False when no
+  // path, no file, or a read failure.
+  bool GetSiteListBuffer(std::wstring& text);
+  // Writes list text to the standard site list location. 0 or a code.
+  int CreateSiteListFromBuffer(const std::wstring& text);
+
+  // ---- Process-wide cache ---------------------------------------------------------
+  static tag_Site* m_pSiteList;
+  static int32_t m_iChange;
+
+ private:
+  friend struct CSitesHelperInternals;
+
+  // Text form (kind 3) in either direction; internal, not exported.
+  VLM_HIDDEN bool EncryptDecryptPassword(const std::wstring& in, std::wstring& out, bool bEncrypt);
+  VLM_HIDDEN void Construct(const std::wstring* pPath);
+  // Reads the children of a SiteList element into a new list at *ppHead as
+  // the reader does; bSitesOnly drops every child that is not one of the six
+  // site elements (proxy lists included). Returns the last body's result.
+  VLM_HIDDEN int ReadSitesOfSiteList(const AdvXMLParser::Element& siteList, tag_Site** ppHead, bool bSitesOnly);
+  // Stores the Setting children of a Policies element as policy settings.
+  VLM_HIDDEN void ReadPolicies(const AdvXMLParser::Element& policies);
+  // Fills a zeroed body of the element's kind; 0, or -1 for no site element.
+  VLM_HIDDEN int FillSiteBody(const AdvXMLParser::Element& element, void* pBody);
+  VLM_HIDDEN void ReadPassword(const std::wstring& value, wchar_t* field, bool bAlwaysTextForm);
+  // Appends child name holding clear encrypted (text form), marked
+  // Encrypted="1"; empty text when it cannot be encrypted.
+  VLM_HIDDEN void WritePassword(AdvXMLParser::Element& parent, const wchar_t* name, const wchar_t* clear);
+
+  std::wstring m_siteListPath;
+  std::wstring m_currentPath;
+  std::wstring m_localVersion;
+  std::wstring m_globalVersion;
+  std::wstring m_siteListType;
+  std::wstring m_unusedText;  // kept for layout; no operation uses it
+  AdvXMLParser::ElementRef m_pLastSiteElement;
+  std::map<std::wstring, std::wstring> m_policySettings;
+  int32_t m_iManagedOverride;
+  bool m_bUnusedFlag;  // kept for layout; no operation uses it
+  bool m_bReencrypting;
+};
+
+}  // namespace sitehlp
+
+#endif  // VLM_SITEHLP_SITESHELPER_H
