@@ -1,0 +1,94 @@
+// The configuration service: explicit settings, then the environment, then
+// the embedded defaults.
+#include "port/config/IConfiguration.h"
+
+#include <cstdlib>
+#include <map>
+#include <mutex>
+
+namespace port {
+namespace {
+
+struct KeyInfo {
+  const char* env;
+  const char* fallback;  // NULL: derived from another value
+};
+
+KeyInfo Info(ConfigKey key) {
+  switch (key) {
+    case ConfigKey::DataDir: return {"VLM_FRAMEWORK_DATA_DIR", "/opt/Velmora/orx/scratch"};
+    case ConfigKey::Managed: return {"VLM_MANAGED", "0"};
+    case ConfigKey::LockDir: return {"VLM_LOCK_DIR", nullptr};
+    case ConfigKey::KeyDir: return {"VLM_KEY_DIR", nullptr};
+    case ConfigKey::CryptoKeySize: return {"VLM_CRYPTO_KEY_SIZE", "0"};
+    case ConfigKey::DefaultHttpHost: return {"VLM_DEFAULT_HTTP_HOST", "update.vlm.example"};
+    case ConfigKey::DefaultFtpHost: return {"VLM_DEFAULT_FTP_HOST", "ftp.vlm.example"};
+    case ConfigKey::LogLevel: return {"VLM_LOG_LEVEL", "info"};
+    case ConfigKey::RootPrefix: return {"VLM_ROOT_PREFIX", ""};
+    case ConfigKey::LogSink: return {"VLM_LOG_SINK", "syslog"};
+  }
+  return {"", ""};
+}
+
+std::mutex& SettingsMutex() {
+  static std::mutex m;
+  return m;
+}
+
+std::map<ConfigKey, std::string>& Settings() {
+  static std::map<ConfigKey, std::string> s;
+  return s;
+}
+
+class Configuration : public IConfiguration {
+ public:
+  AString GetFrameworkDataDirectory() override { return AString(GetConfigValue(ConfigKey::DataDir)); }
+  bool IsManaged() override {
+    const std::string v = GetConfigValue(ConfigKey::Managed);
+    return v == "1" || v == "true" || v == "yes";
+  }
+};
+
+}  // namespace
+
+std::string GetConfigValue(ConfigKey key) {
+  {
+    std::lock_guard<std::mutex> guard(SettingsMutex());
+    auto it = Settings().find(key);
+    if (it != Settings().end()) return it->second;
+  }
+  const KeyInfo info = Info(key);
+  if (const char* env = std::getenv(info.env); env && *env) return env;
+  if (info.fallback) return info.fallback;
+  // Derived defaults follow the data directory, so that every process using
+  // one data directory shares its locks and keys.
+  const std::string data = GetConfigValue(ConfigKey::DataDir);
+  return data + (key == ConfigKey::LockDir ? "/locks" : "/keystore");
+}
+
+void SetConfigValue(ConfigKey key, const std::string& value) {
+  std::lock_guard<std::mutex> guard(SettingsMutex());
+  Settings()[key] = value;
+}
+
+void ResetConfigValues() {
+  std::lock_guard<std::mutex> guard(SettingsMutex());
+  Settings().clear();
+}
+
+std::string LockDirectory() { return GetConfigValue(ConfigKey::LockDir); }
+std::string KeyDirectory() { return GetConfigValue(ConfigKey::KeyDir); }
+int CryptoKeySize() { return std::atoi(GetConfigValue(ConfigKey::CryptoKeySize).c_str()); }
+AString DefaultHttpUpdateHost() { return AString(GetConfigValue(ConfigKey::DefaultHttpHost)); }
+AString DefaultFtpUpdateHost() { return AString(GetConfigValue(ConfigKey::DefaultFtpHost)); }
+
+std::string UnderRootPrefix(const std::string& absolutePath) {
+  return GetConfigValue(ConfigKey::RootPrefix) + absolutePath;
+}
+
+}  // namespace port
+
+IConfiguration* IConfiguration::GetConfiguration() {
+  static port::Configuration instance;
+  return &instance;
+}

@@ -1,0 +1,107 @@
+#include "support/TestSupport.h"
+
+#include <stdlib.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include "platform/AString.h"
+#include "port/config/IConfiguration.h"
+
+namespace testsupport {
+
+TempDir::TempDir() {
+  const char* base = getenv("TMPDIR");
+  std::string tmpl = std::string(base && *base ? base : "/tmp") + "/vlmtest.XXXXXX";
+  std::vector<char> buf(tmpl.begin(), tmpl.end());
+  buf.push_back('\0');
+  if (!mkdtemp(buf.data())) throw std::runtime_error("mkdtemp failed");
+  m_path = buf.data();
+}
+
+TempDir::~TempDir() {
+  std::error_code ec;
+  std::filesystem::remove_all(m_path, ec);
+}
+
+std::wstring TempDir::wpath() const { return Wide(m_path); }
+std::string TempDir::file(const std::string& name) const { return m_path + "/" + name; }
+std::wstring TempDir::wfile(const std::string& name) const { return Wide(file(name)); }
+
+CapturingLogSink::CapturingLogSink()
+    : m_previous(port::SetLogSink(this)), m_previousThreshold(port::GetLogThreshold()) {
+  port::SetLogThreshold(port::LogLevel::Detail);
+}
+
+CapturingLogSink::~CapturingLogSink() {
+  port::SetLogSink(m_previous);
+  port::SetLogThreshold(m_previousThreshold);
+}
+
+void CapturingLogSink::Write(port::LogLevel level, bool internal, const std::wstring& component,
+                             const std::wstring& message) {
+  m_lines.push_back(LogLine{level, internal, component, message});
+}
+
+static bool IsTraceLine(const std::wstring& m) {
+  return m.rfind(L"Entering ", 0) == 0 || m.rfind(L"Leaving ", 0) == 0;
+}
+
+std::vector<std::wstring> CapturingLogSink::messages(port::LogLevel level) const {
+  std::vector<std::wstring> out;
+  for (const auto& l : m_lines)
+    if (l.level == level && !IsTraceLine(l.message)) out.push_back(l.message);
+  return out;
+}
+
+std::vector<std::wstring> CapturingLogSink::allMessages() const {
+  std::vector<std::wstring> out;
+  for (const auto& l : m_lines)
+    if (!IsTraceLine(l.message)) out.push_back(l.message);
+  return out;
+}
+
+bool CapturingLogSink::contains(const std::wstring& message) const {
+  for (const auto& l : m_lines)
+    if (l.message == message) return true;
+  return false;
+}
+
+ConfigScope::ConfigScope() {
+  std::filesystem::create_directories(m_dir.file("data/etc"));
+  port::ResetConfigValues();
+  port::SetConfigValue(port::ConfigKey::DataDir, m_dir.file("data"));
+  port::SetConfigValue(port::ConfigKey::LockDir, m_dir.file("locks"));
+  port::SetConfigValue(port::ConfigKey::KeyDir, m_dir.file("keys"));
+  port::SetConfigValue(port::ConfigKey::Managed, "0");
+  port::SetConfigValue(port::ConfigKey::RootPrefix, m_dir.file("root"));
+}
+
+ConfigScope::~ConfigScope() { port::ResetConfigValues(); }
+
+std::string ConfigScope::dataDir() const { return m_dir.file("data"); }
+std::wstring ConfigScope::wdataDir() const { return Wide(dataDir()); }
+std::wstring ConfigScope::defaultSiteList() const { return Wide(m_dir.file("data/etc/SiteList.xml")); }
+
+void WriteFile(const std::string& path, const std::string& bytes) {
+  std::ofstream out(path, std::ios::binary | std::ios::trunc);
+  out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+  if (!out) throw std::runtime_error("cannot write " + path);
+}
+
+std::string ReadFile(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::ostringstream ss;
+  ss << in.rdbuf();
+  return ss.str();
+}
+
+bool FileExists(const std::string& path) { return access(path.c_str(), F_OK) == 0; }
+
+std::string Narrow(const std::wstring& s) { return ACharString(s); }
+std::wstring Wide(const std::string& s) { return AString(s); }
+
+}  // namespace testsupport

@@ -1,0 +1,87 @@
+// Shared fixtures of the test suite: a temporary directory per test, the
+// configuration pointed into it, and a log sink that captures every line.
+#ifndef VLM_TESTS_SUPPORT_TESTSUPPORT_H
+#define VLM_TESTS_SUPPORT_TESTSUPPORT_H
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "port/log/Log.h"
+
+namespace testsupport {
+
+// A fresh directory under $TMPDIR (or /tmp), removed with its contents.
+class TempDir {
+ public:
+  TempDir();
+  ~TempDir();
+  TempDir(const TempDir&) = delete;
+  TempDir& operator=(const TempDir&) = delete;
+  const std::string& path() const { return m_path; }
+  std::wstring wpath() const;
+  // path() + "/" + name
+  std::string file(const std::string& name) const;
+  std::wstring wfile(const std::string& name) const;
+
+ private:
+  std::string m_path;
+};
+
+struct LogLine {
+  port::LogLevel level;
+  bool internal;
+  std::wstring component;
+  std::wstring message;
+};
+
+// Captures every line at every level while it lives (raises the threshold to
+// detail and restores it afterwards).
+class CapturingLogSink : public port::LogSink {
+ public:
+  CapturingLogSink();
+  ~CapturingLogSink() override;
+  void Write(port::LogLevel level, bool internal, const std::wstring& component,
+             const std::wstring& message) override;
+  const std::vector<LogLine>& lines() const { return m_lines; }
+  void clear() { m_lines.clear(); }
+  // Messages at one level, trace lines ("Entering ", "Leaving ") left out.
+  std::vector<std::wstring> messages(port::LogLevel level) const;
+  // Every message of every level except trace lines, in order.
+  std::vector<std::wstring> allMessages() const;
+  bool contains(const std::wstring& message) const;
+
+ private:
+  std::vector<LogLine> m_lines;
+  port::LogSink* m_previous;
+  port::LogLevel m_previousThreshold;
+};
+
+// Points the configuration (data, lock and key directories) into a fresh
+// temporary directory for the lifetime of the object, and restores it after.
+class ConfigScope {
+ public:
+  ConfigScope();
+  ~ConfigScope();
+  const TempDir& dir() const { return m_dir; }
+  // <temp>/data, the framework data directory (created, with etc/ inside).
+  std::string dataDir() const;
+  std::wstring wdataDir() const;
+  // <temp>/data/etc/SiteList.xml
+  std::wstring defaultSiteList() const;
+
+ private:
+  TempDir m_dir;
+};
+
+// Whole-file helpers.
+void WriteFile(const std::string& path, const std::string& bytes);
+std::string ReadFile(const std::string& path);
+bool FileExists(const std::string& path);
+std::string Narrow(const std::wstring& s);
+std::wstring Wide(const std::string& s);
+
+}  // namespace testsupport
+
+#endif  // VLM_TESTS_SUPPORT_TESTSUPPORT_H
