@@ -1,0 +1,26 @@
+// Crash-safe replacement of a whole file.
+//
+// The new content goes to a temporary file in the target's directory
+// (".<name>.tmp.XXXXXX"), is fsynced, renamed over the target, and the
+// directory is fsynced. A crash at any moment leaves the old file or the new
+// one, never a torn one; a temporary left by a crash has a unique name, so a
+// later write never trips over it. An existing target keeps its mode; a new
+// one gets newFileMode. A target that is a symbolic link is replaced by the
+// new file, never followed.
+#ifndef VLM_PORT_FS_SAFEWRITE_H
+#define VLM_PORT_FS_SAFEWRITE_H
+
+#include <sys/types.h>
+
+#include <cstddef>
+#include <string>
+
+namespace port {
+
+// 0 on success, else the errno of the failed step (nothing is left behind:
+// the temporary is removed and the target is untouched).
+int ReplaceFileContents(const std::string& path, const void* data, std::size_t size, mode_t newFileMode = 0644);
+
+}  // namespace port
+
+#endif  // VLM_PORT_FS_SAFEWRITE_H

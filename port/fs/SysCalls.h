@@ -1,0 +1,53 @@
+// The system calls the port layer makes on files and locks, through a table.
+//
+// Every file and lock operation of the library goes through port::Sys(), so
+// that tests can replace single entries to inject failures (EIO on write,
+// ENOSPC on fsync, a failing rename, ...) without touching the real file
+// system. ScopedSysCallOverride restores the previous table when it ends.
+#ifndef VLM_PORT_FS_SYSCALLS_H
+#define VLM_PORT_FS_SYSCALLS_H
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/types.h>
+
+namespace port {
+
+struct SysCalls {
+  int (*open)(const char* path, int flags, mode_t mode);
+  int (*close)(int fd);
+  ssize_t (*read)(int fd, void* buf, size_t n);
+  ssize_t (*write)(int fd, const void* buf, size_t n);
+  int (*fsync)(int fd);
+  int (*fstat)(int fd, struct stat* st);
+  int (*stat)(const char* path, struct stat* st);
+  int (*lstat)(const char* path, struct stat* st);
+  int (*fchmod)(int fd, mode_t mode);
+  int (*rename)(const char* from, const char* to);
+  int (*unlink)(const char* path);
+  int (*mkdir)(const char* path, mode_t mode);
+  int (*access)(const char* path, int mode);
+  // fcntl with a struct flock argument (F_OFD_SETLK, F_OFD_SETLKW).
+  int (*fcntlLock)(int fd, int cmd, struct flock* lock);
+};
+
+// The table in use.
+SysCalls& Sys();
+// The real system calls.
+const SysCalls& RealSysCalls();
+
+// Replaces the table for the lifetime of the object (tests).
+class ScopedSysCallOverride {
+ public:
+  explicit ScopedSysCallOverride(const SysCalls& table);
+  ~ScopedSysCallOverride();
+  ScopedSysCallOverride(const ScopedSysCallOverride&) = delete;
+  ScopedSysCallOverride& operator=(const ScopedSysCallOverride&) = delete;
+
+ private:
+  SysCalls m_saved;
+};
+
+}  // namespace port
+
+#endif  // VLM_PORT_FS_SYSCALLS_H
