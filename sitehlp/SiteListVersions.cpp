@@ -1,0 +1,68 @@
+// Version, type and FIPS mode of a site list file, from its root element.
+#include <boost/scoped_ptr.hpp>
+
+#include "port/log/Log.h"
+#include "port/xml/AdvXMLParser.h"
+#include "sitehlp/Component.h"
+#include "sitehlp/SiteListFile.h"
+#include "sitehlp/SitesHelper.h"
+#include "xmlschema/sitelist.h"
+
+namespace sitehlp {
+
+namespace {
+
+// Reads and parses path; NULL when it cannot be read or parsed. The text
+// starts as "invalid" so that a read that delivers nothing fails to parse
+// rather than yielding versions of nothing.
+AdvXMLParser::Document* LoadRootDocument(const std::wstring& path) {
+  AString text(L"invalid");
+  if (!ReadSiteListText(path, text)) return nullptr;
+  try {
+    AdvXMLParser::Parser parser;
+    return parser.Parse(text.c_str(), text.size());
+  } catch (const AdvXMLParser::Exception&) {
+    return nullptr;
+  }
+}
+
+}  // namespace
+
+int CSitesHelper::GetSitelistVersions(const std::wstring& siteListPath, std::wstring& globalVersion,
+                                      std::wstring& localVersion, std::wstring& siteListType) {
+  ADetailTrace trace(c_component, L"Getting Sitelist versions");
+  const std::wstring& path = siteListPath.empty() ? m_siteListPath : siteListPath;
+  if (!SiteListFileExists(path)) return -4;
+  globalVersion.clear();
+  localVersion.clear();
+  boost::scoped_ptr<AdvXMLParser::Document> document(LoadRootDocument(path));
+  if (!document) return -1;
+  const AdvXMLParser::Element root = document->GetRoot();
+  if (!root) return -1;
+  globalVersion = root.GetAttribute(ZEL_XML_SITELISTS_GLOBAL_VERSION);
+  localVersion = root.GetAttribute(ZEL_XML_SITELISTS_LOCAL_VERSION);
+  AString type;
+  siteListType = root.GetAttribute(ZEL_XML_SITELISTS_TYPE, type) ? type : AString(ZEL_XML_SITELIST_TYPE_CLIENT);
+  return 0;
+}
+
+int CSitesHelper::GetGlobalSitelistVersion(std::wstring& globalVersion) {
+  std::wstring localVersion;
+  std::wstring type;
+  return GetSitelistVersions(m_siteListPath, globalVersion, localVersion, type);
+}
+
+int CSitesHelper::GetSitelistFipsMode(const std::wstring& siteListPath, std::wstring& fipsMode) {
+  ADetailTrace trace(c_component, L"Getting Sitelist fips mode");
+  const std::wstring& path = siteListPath.empty() ? m_siteListPath : siteListPath;
+  if (!SiteListFileExists(path)) return -4;
+  boost::scoped_ptr<AdvXMLParser::Document> document(LoadRootDocument(path));
+  if (!document) return -1;
+  const AdvXMLParser::Element root = document->GetRoot();
+  AString value;
+  if (!root || !root.GetAttribute(ZEL_XML_SITELISTS_FIPSMODE, value)) return -1;
+  fipsMode = value;
+  return 0;
+}
+
+}  // namespace sitehlp
