@@ -1,0 +1,467 @@
+#include "port/xml/AdvXMLParser.h"
+
+#include <errno.h>
+
+#include <algorithm>
+#include <climits>
+#include <cstdint>
+#include <cstring>
+#include <new>
+#include <string>
+
+#include <pugixml.hpp>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
+namespace AdvXMLParser {
+
+namespace {
+
+// Element handles are pugixml node pointers in disguise.
+inline pugi::xml_node ToNode(ElementRef ref) { return pugi::xml_node(reinterpret_cast<pugi::xml_node_struct*>(ref)); }
+inline ElementRef ToRef(const pugi::xml_node& node) { return reinterpret_cast<ElementRef>(node.internal_object()); }
+
+constexpr wchar_t kReplacement = 0xFFFD;
+
+// Decodes one multi-byte sequence of a NUL-terminated UTF-8 string starting
+// at p (whose first byte is >= 0x80) into out and returns the position after
+// it. Malformed input gives U+FFFD and advances one byte, exactly as
+// platform_detail::Utf8ToWide does, so that names compare equal to what
+// GetName returns. (The pointer is returned rather than updated through a
+// reference so that callers keep it in a register.)
+const unsigned char* DecodeMulti(const unsigned char* p, wchar_t& out) {
+  const unsigned c = *p;
+  int len;
+  std::uint32_t cp;
+  std::uint32_t min;
+  if (c >= 0xC2 && c <= 0xDF) {
+    len = 2, cp = c & 0x1F, min = 0x80;
+  } else if (c >= 0xE0 && c <= 0xEF) {
+    len = 3, cp = c & 0x0F, min = 0x800;
+  } else if (c >= 0xF0 && c <= 0xF4) {
+    len = 4, cp = c & 0x07, min = 0x10000;
+  } else {
+    out = kReplacement;
+    return p + 1;
+  }
+  // Continuation bytes are checked one by one, so the terminating NUL stops
+  // the loop before anything beyond it is read.
+  for (int k = 1; k < len; ++k) {
+    const unsigned cc = p[k];
+    if ((cc & 0xC0) != 0x80) {
+      out = kReplacement;
+      return p + 1;
+    }
+    cp = (cp << 6) | (cc & 0x3F);
+  }
+  if (cp < min || cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF)) {
+    out = kReplacement;
+    return p + 1;
+  }
+  out = static_cast<wchar_t>(cp);
+  return p + len;
+}
+
+// Compares a UTF-8 string of the tree with a wide one without allocating.
+bool EqualsWide(const char* utf8, const wchar_t* wide) {
+  if (!wide) wide = L"";
+  const unsigned char* p = reinterpret_cast<const unsigned char*>(utf8 ? utf8 : "");
+  for (;;) {
+    const unsigned c = *p;
+    if (c < 0x80) {
+      if (static_cast<wchar_t>(c) != *wide) return false;
+      if (c == 0) return true;
+      ++p;
+      ++wide;
+      continue;
+    }
+    wchar_t decoded;
+    p = DecodeMulti(p, decoded);
+    if (decoded != *wide) return false;
+    ++wide;
+  }
+}
+
+// UTF-8 of the tree to wide text with one allocation. Most values are
+// ASCII: those are measured and widened by the range constructor, which
+// neither zero-fills nor grows.
+AString ToWide(const char* utf8) {
+  if (!utf8) return AString();
+  const unsigned char* const begin = reinterpret_cast<const unsigned char*>(utf8);
+  const unsigned char* p = begin;
+  while (*p && *p < 0x80) ++p;
+  if (!*p) return AString(std::wstring(begin, p));
+
+  const std::size_t n = static_cast<std::size_t>(p - begin) + std::strlen(reinterpret_cast<const char*>(p));
+  std::wstring out;
+  out.resize(n);  // never more characters than bytes
+  wchar_t* d = std::copy(begin, p, &out[0]);
+  while (*p) {
+    if (*p < 0x80)
+      *d++ = static_cast<wchar_t>(*p++);
+    else
+      p = DecodeMulti(p, *d++);
+  }
+  out.resize(static_cast<std::size_t>(d - out.data()));
+  return AString(std::move(out));
+}
+
+inline std::string ToUtf8(const wchar_t* s) {
+  return s ? platform_detail::WideToUtf8(s, std::wcslen(s)) : std::string();
+}
+
+// Bytes the UTF-8 form of one wide character takes (U+FFFD for values that
+// are no scalar value).
+inline std::size_t Utf8Size(std::uint32_t c) {
+  if (c < 0x80) return 1;
+  if (c < 0x800) return 2;
+  if (c < 0x10000 || c > 0x10FFFF) return 3;
+  return 4;
+}
+
+// Writes one non-ASCII character; surrogates and values above U+10FFFF
+// become U+FFFD. d must have room for 4 bytes.
+inline void PutMulti(char*& d, std::uint32_t c) {
+  if (c > 0x10FFFF || (c >= 0xD800 && c <= 0xDFFF)) c = 0xFFFD;
+  if (c < 0x800) {
+    d[0] = static_cast<char>(0xC0 | (c >> 6));
+    d[1] = static_cast<char>(0x80 | (c & 0x3F));
+    d += 2;
+  } else if (c < 0x10000) {
+    d[0] = static_cast<char>(0xE0 | (c >> 12));
+    d[1] = static_cast<char>(0x80 | ((c >> 6) & 0x3F));
+    d[2] = static_cast<char>(0x80 | (c & 0x3F));
+    d += 3;
+  } else {
+    d[0] = static_cast<char>(0xF0 | (c >> 18));
+    d[1] = static_cast<char>(0x80 | ((c >> 12) & 0x3F));
+    d[2] = static_cast<char>(0x80 | ((c >> 6) & 0x3F));
+    d[3] = static_cast<char>(0x80 | (c & 0x3F));
+    d += 4;
+  }
+}
+
+static_assert(sizeof(wchar_t) == 4, "wide text is UTF-32");
+
+// Stores 16 wide characters as 16 bytes if all of them are ASCII; false (and
+// d's bytes undefined) otherwise.
+inline bool NarrowAscii16(const wchar_t* s, char* d) {
+#if defined(__SSE2__)
+  const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s));
+  const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s + 4));
+  const __m128i c = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s + 8));
+  const __m128i e = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s + 12));
+  const __m128i high = _mm_and_si128(_mm_or_si128(_mm_or_si128(a, b), _mm_or_si128(c, e)), _mm_set1_epi32(~0x7F));
+  if (_mm_movemask_epi8(_mm_cmpeq_epi8(high, _mm_setzero_si128())) != 0xFFFF) return false;
+  // All values are below 0x80, so the saturating packs just narrow.
+  const __m128i bytes = _mm_packus_epi16(_mm_packs_epi32(a, b), _mm_packs_epi32(c, e));
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(d), bytes);
+  return true;
+#else
+  // Loaded into a local first, so that the compiler need not fear the char
+  // stores alias the text and can vectorize both loops.
+  std::uint32_t block[16];
+  std::uint32_t any = 0;
+  for (int k = 0; k < 16; ++k) {
+    block[k] = static_cast<std::uint32_t>(s[k]);
+    any |= block[k];
+  }
+  if (any >= 0x80) return false;
+  for (int k = 0; k < 16; ++k) d[k] = static_cast<char>(block[k]);
+  return true;
+#endif
+}
+
+// Encodes wide text into a NUL-terminated buffer from pugixml's allocator,
+// which the parser then takes over without copying. The buffer is sized for
+// mostly-ASCII text so that the usual document is encoded in one pass; text
+// with more non-ASCII than that switches once to an exactly sized buffer.
+// outSize counts the terminator. Null when memory runs out.
+char* EncodeForParser(const wchar_t* s, std::size_t n, std::size_t& outSize) {
+  const pugi::allocation_function allocate = pugi::get_memory_allocation_function();
+  const pugi::deallocation_function deallocate = pugi::get_memory_deallocation_function();
+
+  std::size_t capacity = n + n / 8 + 64;
+  char* buffer = static_cast<char*>(allocate(capacity));
+  if (!buffer) return nullptr;
+
+  std::size_t i = 0;
+  char* d = buffer;
+  const char* limit = buffer + capacity - 5;  // room for the longest sequence and the NUL
+  while (i < n && d <= limit) {
+    // Markup is ASCII: copy runs of sixteen characters while they fit.
+    while (n - i >= 16 && limit - d >= 16 && NarrowAscii16(s + i, d)) {
+      d += 16;
+      i += 16;
+    }
+    if (i == n || d > limit) break;
+    const std::uint32_t c = static_cast<std::uint32_t>(s[i++]);
+    if (c < 0x80)
+      *d++ = static_cast<char>(c);
+    else
+      PutMulti(d, c);
+  }
+  if (i < n) {
+    std::size_t used = static_cast<std::size_t>(d - buffer);
+    std::size_t need = used;
+    for (std::size_t k = i; k < n; ++k) need += Utf8Size(static_cast<std::uint32_t>(s[k]));
+    char* bigger = static_cast<char*>(allocate(need + 1));
+    if (!bigger) {
+      deallocate(buffer);
+      return nullptr;
+    }
+    std::memcpy(bigger, buffer, used);
+    deallocate(buffer);
+    buffer = bigger;
+    d = buffer + used;
+    while (i < n) {
+      const std::uint32_t c = static_cast<std::uint32_t>(s[i++]);
+      if (c < 0x80)
+        *d++ = static_cast<char>(c);
+      else
+        PutMulti(d, c);
+    }
+  }
+  *d++ = '\0';
+  outSize = static_cast<std::size_t>(d - buffer);
+  return buffer;
+}
+
+int ClampOffset(std::ptrdiff_t offset) {
+  if (offset < 0) return 0;
+  return offset > INT_MAX ? INT_MAX : static_cast<int>(offset);
+}
+
+[[noreturn]] void ThrowNotWellFormed(std::ptrdiff_t offset, const char* what) {
+  throw ParsingException(ClampOffset(offset),
+                         "XML not well formed at byte " + std::to_string(offset) + ": " + what);
+}
+
+// Turns a pugixml result into the facade's errors. pugixml accepts several
+// top-level elements; XML allows one, and a second could only be ignored
+// silently, so it is refused here (the check walks the few top-level nodes).
+void CheckResult(const pugi::xml_parse_result& result, const pugi::xml_document& doc) {
+  if (result.status == pugi::status_out_of_memory) throw ReadWriteException(ENOMEM, "out of memory parsing XML");
+  if (result.status != pugi::status_ok) ThrowNotWellFormed(result.offset, result.description());
+  bool seen = false;
+  for (pugi::xml_node n = doc.first_child(); n; n = n.next_sibling()) {
+    if (n.type() != pugi::node_element) continue;
+    if (seen) {
+      // offset_debug points at the name; the fault starts at its '<'.
+      const std::ptrdiff_t at = n.offset_debug();
+      ThrowNotWellFormed(at > 0 ? at - 1 : 0, "More than one document element");
+    }
+    seen = true;
+  }
+}
+
+pugi::xml_node FirstElementOf(pugi::xml_node n) {
+  while (n && n.type() != pugi::node_element) n = n.next_sibling();
+  return n;
+}
+
+// Names the builder refuses: pugixml would write them as broken markup.
+inline bool BadName(const wchar_t* name) { return !name || !*name; }
+
+// Gives a freshly inserted element its name, or takes it out again.
+Element Named(pugi::xml_node parent, pugi::xml_node child, const wchar_t* name) {
+  if (!child) return Element();
+  bool ok = false;
+  try {
+    ok = child.set_name(ToUtf8(name).c_str());
+  } catch (const std::bad_alloc&) {
+  }
+  if (!ok) {
+    parent.remove_child(child);
+    return Element();
+  }
+  return Element(ToRef(child));
+}
+
+class StringWriter : public pugi::xml_writer {
+ public:
+  explicit StringWriter(std::string& out) : m_out(out) {}
+  void write(const void* data, std::size_t size) override { m_out.append(static_cast<const char*>(data), size); }
+
+ private:
+  std::string& m_out;
+};
+
+}  // namespace
+
+// ---- Node -------------------------------------------------------------------
+
+AString Node::GetName() const { return ToWide(ToNode(m_ref).name()); }
+
+bool Node::HasName(const wchar_t* name) const { return m_ref && EqualsWide(ToNode(m_ref).name(), name); }
+
+// ---- Element ----------------------------------------------------------------
+
+namespace {
+
+pugi::xml_attribute FindAttribute(ElementRef ref, const wchar_t* name) {
+  for (pugi::xml_attribute a = ToNode(ref).first_attribute(); a; a = a.next_attribute())
+    if (EqualsWide(a.name(), name)) return a;
+  return pugi::xml_attribute();
+}
+
+}  // namespace
+
+AString Element::GetAttribute(const wchar_t* name) const {
+  const pugi::xml_attribute a = FindAttribute(m_ref, name);
+  return a ? ToWide(a.value()) : AString();
+}
+
+bool Element::GetAttribute(const wchar_t* name, AString& value) const {
+  const pugi::xml_attribute a = FindAttribute(m_ref, name);
+  if (!a) return false;
+  value = ToWide(a.value());
+  return true;
+}
+
+bool Element::HasAttribute(const wchar_t* name) const { return static_cast<bool>(FindAttribute(m_ref, name)); }
+
+AString Element::GetValue() const { return ToWide(ToNode(m_ref).child_value()); }
+
+Element Element::GetElement(const wchar_t* name, int index) const {
+  if (index < 0) return Element();
+  for (pugi::xml_node n = FirstElementOf(ToNode(m_ref).first_child()); n; n = FirstElementOf(n.next_sibling())) {
+    if (EqualsWide(n.name(), name) && index-- == 0) return Element(ToRef(n));
+  }
+  return Element();
+}
+
+Element Element::FirstChildElement() const { return Element(ToRef(FirstElementOf(ToNode(m_ref).first_child()))); }
+
+Element Element::NextSiblingElement() const { return Element(ToRef(FirstElementOf(ToNode(m_ref).next_sibling()))); }
+
+Element Element::GetParent() const {
+  const pugi::xml_node parent = ToNode(m_ref).parent();
+  return Element(parent.type() == pugi::node_element ? ToRef(parent) : nullptr);
+}
+
+Element Element::AppendElement(const wchar_t* name) {
+  if (!m_ref || BadName(name)) return Element();
+  pugi::xml_node self = ToNode(m_ref);
+  return Named(self, self.append_child(pugi::node_element), name);
+}
+
+Element Element::PrependElement(const wchar_t* name) {
+  if (!m_ref || BadName(name)) return Element();
+  pugi::xml_node self = ToNode(m_ref);
+  return Named(self, self.prepend_child(pugi::node_element), name);
+}
+
+Element Element::InsertElementAfter(const wchar_t* name, const Element& sibling) {
+  if (!m_ref || BadName(name)) return Element();
+  pugi::xml_node self = ToNode(m_ref);
+  // pugixml refuses (null) a sibling that is not a child of this element.
+  return Named(self, self.insert_child_after(pugi::node_element, ToNode(sibling.GetRef())), name);
+}
+
+bool Element::SetAttribute(const wchar_t* name, const wchar_t* value) {
+  if (!m_ref || BadName(name)) return false;
+  try {
+    const std::string utf8Value = ToUtf8(value);
+    pugi::xml_attribute a = FindAttribute(m_ref, name);
+    if (a) return a.set_value(utf8Value.c_str());  // in place: keeps its position
+    pugi::xml_node self = ToNode(m_ref);
+    a = self.append_attribute("");  // named below, where a failure shows
+    if (!a) return false;
+    if (!a.set_name(ToUtf8(name).c_str()) || !a.set_value(utf8Value.c_str())) {
+      self.remove_attribute(a);
+      return false;
+    }
+    return true;
+  } catch (const std::bad_alloc&) {
+    return false;
+  }
+}
+
+bool Element::SetValue(const wchar_t* text) {
+  if (!m_ref) return false;
+  try {
+    // xml_text works on the same first text/CDATA child GetValue reads, and
+    // appends a text child when there is none.
+    return ToNode(m_ref).text().set(ToUtf8(text).c_str());
+  } catch (const std::bad_alloc&) {
+    return false;
+  }
+}
+
+// ---- Document ---------------------------------------------------------------
+
+struct Document::Impl {
+  pugi::xml_document doc;
+};
+
+Document::Document() : m_impl(new Impl) {}
+Document::~Document() = default;
+
+Element Document::GetRoot() const { return Element(ToRef(m_impl->doc.document_element())); }
+
+Element Document::CreateRoot(const wchar_t* name) {
+  if (BadName(name)) return Element();
+  // The new element is made first, so that a failure leaves the old tree.
+  pugi::xml_node document = m_impl->doc;
+  const Element root = Named(document, document.append_child(pugi::node_element), name);
+  if (root.IsNull()) return root;
+  const pugi::xml_node keep = ToNode(root.GetRef());
+  for (pugi::xml_node n = document.first_child(); n;) {
+    const pugi::xml_node next = n.next_sibling();
+    if (n != keep) document.remove_child(n);
+    n = next;
+  }
+  return root;
+}
+
+std::string Document::GenerateUtf8(bool bIndent) const {
+  // pugixml's own declaration names no encoding, so ours is written instead.
+  std::string out = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>";
+  if (bIndent) out += '\n';
+  StringWriter writer(out);
+  // Indented output uses one tab per level.
+  const unsigned flags = (bIndent ? pugi::format_indent : pugi::format_raw) | pugi::format_no_declaration;
+  m_impl->doc.save(writer, "\t", flags, pugi::encoding_utf8);
+  return out;
+}
+
+AString Document::GenerateXML(bool bIndent) const { return ToWide(GenerateUtf8(bIndent).c_str()); }
+
+// ---- Parser -----------------------------------------------------------------
+
+Document* Parser::Parse(const wchar_t* text, std::size_t length) {
+  if (!text) length = 0;
+  try {
+    std::unique_ptr<Document> document(new Document);
+    std::size_t size = 0;
+    char* buffer = EncodeForParser(text, length, size);
+    if (!buffer) throw ReadWriteException(ENOMEM, "out of memory parsing XML");
+    // The document owns the buffer from here on, whatever the outcome. With
+    // the NUL counted, pugixml reports the same offsets as for ParseUtf8,
+    // whose copy it terminates the same way.
+    const pugi::xml_parse_result result =
+        document->m_impl->doc.load_buffer_inplace_own(buffer, size, pugi::parse_default, pugi::encoding_utf8);
+    CheckResult(result, document->m_impl->doc);
+    return document.release();
+  } catch (const std::bad_alloc&) {
+    throw ReadWriteException(ENOMEM, "out of memory parsing XML");
+  }
+}
+
+Document* Parser::ParseUtf8(const char* text, std::size_t length) {
+  if (!text) length = 0;
+  try {
+    std::unique_ptr<Document> document(new Document);
+    const pugi::xml_parse_result result =
+        document->m_impl->doc.load_buffer(text ? text : "", length, pugi::parse_default, pugi::encoding_utf8);
+    CheckResult(result, document->m_impl->doc);
+    return document.release();
+  } catch (const std::bad_alloc&) {
+    throw ReadWriteException(ENOMEM, "out of memory parsing XML");
+  }
+}
+
+}  // namespace AdvXMLParser

@@ -1,0 +1,181 @@
+// AdvXMLParser: the platform's DOM parser facade, over pugixml.
+//
+// Text is wide on both sides; pugixml works in UTF-8 underneath. Element is a
+// small handle (one pointer) to a node of a Document; it is valid while its
+// Document lives. No DTD is processed and no entity is expanded beyond the
+// five predefined ones and character references.
+//
+// Errors: Parser::Parse throws ParsingException for text that is not well
+// formed (-5 to callers) and ReadWriteException(ENOMEM) when memory runs out;
+// the file functions throw ReadWriteException with the errno of the failed
+// call (EILSEQ for bytes that are not valid text in their encoding).
+// Thread safety: a Document and its Elements are used by one thread at a time.
+#ifndef VLM_PORT_XML_ADVXMLPARSER_H
+#define VLM_PORT_XML_ADVXMLPARSER_H
+
+#include <sys/types.h>
+
+#include <cstddef>
+#include <exception>
+#include <memory>
+#include <string>
+
+#include "platform/AString.h"
+#include "platform/Forward.h"
+
+namespace AdvXMLParser {
+
+// Text encodings of files and byte buffers. Value 4 is UTF-8.
+enum UTF_ENCODINGS {
+  ENCODING_UNKNOWN = 0,
+  UTF_16_LE = 1,
+  UTF_16_BE = 2,
+  UTF_32_LE = 3,
+  UTF_8 = 4,
+  UTF_32_BE = 5,
+};
+
+class Exception : public std::exception {
+ public:
+  Exception(int code, std::string what) : m_code(code), m_what(std::move(what)) {}
+  int GetErrorCode() const { return m_code; }
+  const char* what() const noexcept override { return m_what.c_str(); }
+
+ private:
+  int m_code;
+  std::string m_what;
+};
+
+// Text that is not well-formed XML. The code is the byte offset of the fault.
+class ParsingException : public Exception {
+ public:
+  using Exception::Exception;
+};
+
+// A read or write failure; the code is an errno value.
+class ReadWriteException : public Exception {
+ public:
+  using Exception::Exception;
+};
+
+class Node {
+ public:
+  Node() = default;
+  explicit Node(ElementRef ref) : m_ref(ref) {}
+  bool IsNull() const { return m_ref == nullptr; }
+  explicit operator bool() const { return m_ref != nullptr; }
+  ElementRef GetRef() const { return m_ref; }
+  AString GetName() const;
+  // Compares the name without building a string.
+  bool HasName(const wchar_t* name) const;
+
+ protected:
+  ElementRef m_ref = nullptr;
+};
+
+class Element : public Node {
+ public:
+  using Node::Node;
+
+  // The attribute's value; empty when absent.
+  AString GetAttribute(const wchar_t* name) const;
+  // True and value set when the attribute exists.
+  bool GetAttribute(const wchar_t* name, AString& value) const;
+  bool HasAttribute(const wchar_t* name) const;
+  // The element's text (its first text or CDATA child); empty when none.
+  AString GetValue() const;
+
+  // The index-th child element named name (0 = first); null when none.
+  Element GetElement(const wchar_t* name, int index = 0) const;
+  // Child elements in document order (non-element children are skipped).
+  Element FirstChildElement() const;
+  Element NextSiblingElement() const;
+  // The parent element; null for the document element.
+  Element GetParent() const;
+
+  // Building. Each returns a null Element when memory runs out.
+  Element AppendElement(const wchar_t* name);              // as last child
+  Element PrependElement(const wchar_t* name);             // as first child
+  Element InsertElementAfter(const wchar_t* name, const Element& sibling);  // behind a child
+  // Adds or replaces an attribute; false when it could not be set.
+  bool SetAttribute(const wchar_t* name, const wchar_t* value);
+  bool SetAttribute(const wchar_t* name, const std::wstring& value) { return SetAttribute(name, value.c_str()); }
+  // Replaces the element's text.
+  bool SetValue(const wchar_t* text);
+  bool SetValue(const std::wstring& text) { return SetValue(text.c_str()); }
+
+  // Range over the child elements: for (Element e : parent.Children()) ...
+  class iterator {
+   public:
+    explicit iterator(ElementRef ref) : m_cur(ref) {}
+    Element operator*() const { return Element(m_cur); }
+    iterator& operator++() {
+      m_cur = Element(m_cur).NextSiblingElement().GetRef();
+      return *this;
+    }
+    bool operator!=(const iterator& other) const { return m_cur != other.m_cur; }
+
+   private:
+    ElementRef m_cur;
+  };
+  struct Range {
+    ElementRef first;
+    iterator begin() const { return iterator(first); }
+    iterator end() const { return iterator(nullptr); }
+  };
+  Range Children() const { return Range{FirstChildElement().GetRef()}; }
+};
+
+class Document {
+ public:
+  Document();
+  ~Document();
+  Document(const Document&) = delete;
+  Document& operator=(const Document&) = delete;
+
+  // The document element; null for an empty document.
+  Element GetRoot() const;
+  // Makes the document element (replacing any).
+  Element CreateRoot(const wchar_t* name);
+  // The document as text, with an XML declaration naming UTF-8. bIndent
+  // false writes it unindented on one line.
+  AString GenerateXML(bool bIndent) const;
+  // The same in UTF-8 bytes, without the round trip through wide text.
+  std::string GenerateUtf8(bool bIndent) const;
+
+ private:
+  friend class Parser;
+  struct Impl;
+  std::unique_ptr<Impl> m_impl;
+};
+
+class Parser {
+ public:
+  // Parses length characters of text into a new Document owned by the caller.
+  Document* Parse(const wchar_t* text, std::size_t length);
+  // Parses UTF-8 bytes directly.
+  Document* ParseUtf8(const char* text, std::size_t length);
+};
+
+// Filter applied to the decoded text of a file; none is used by the library.
+using FilterFunction = void (*)(AString& text);
+// Conversion callbacks of WriteBufferToFile; none are used by the library.
+struct ConversionCallbacks;
+
+// Reads a whole file into wide text. The encoding is taken from a byte order
+// mark (UTF-8, UTF-16 LE/BE, UTF-32 LE/BE), else UTF-8; encoding receives it.
+void ReadBufferFromFile(const AString& path, AString& text, UTF_ENCODINGS& encoding,
+                        FilterFunction filter = nullptr);
+// Decodes a byte buffer the same way; encoding is the starting guess used
+// when no byte order mark is found (UTF_8 or ENCODING_UNKNOWN mean UTF-8).
+void ConvertBufferToUnicode(const unsigned char* bytes, std::size_t size, AString& text, UTF_ENCODINGS& encoding);
+// Writes text crash-safely (see SafeWrite.h); encoding 4 (UTF_8) writes UTF-8
+// without a byte order mark, which is the only encoding the library writes.
+void WriteBufferToFile(const AString& path, const AString& text, UTF_ENCODINGS encoding,
+                       const ConversionCallbacks* callbacks = nullptr);
+// The same for text already in UTF-8.
+void WriteUtf8BufferToFile(const AString& path, const std::string& utf8, mode_t newFileMode = 0644);
+
+}  // namespace AdvXMLParser
+
+#endif  // VLM_PORT_XML_ADVXMLPARSER_H
