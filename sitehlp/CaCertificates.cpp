@@ -1,0 +1,36 @@
+// The CA certificates of a site list: the CaCertificate texts of its bundle.
+#include <boost/scoped_ptr.hpp>
+
+#include "port/log/Log.h"
+#include "port/xml/AdvXMLParser.h"
+#include "sitehlp/Component.h"
+#include "sitehlp/SiteListFile.h"
+#include "sitehlp/SitesHelper.h"
+#include "xmlschema/sitelist.h"
+
+namespace sitehlp {
+
+int CSitesHelper::GetCaCertificates(const std::wstring& siteListPath, std::vector<std::wstring>& certificates) {
+  ADetailTrace trace(c_component, L"Getting Certificates");
+  const std::wstring& path = siteListPath.empty() ? m_siteListPath : siteListPath;
+  if (!SiteListFileExists(path)) return -4;
+  AString text;
+  if (!ReadSiteListText(path, text)) return -10;
+  try {
+    AdvXMLParser::Parser parser;
+    boost::scoped_ptr<AdvXMLParser::Document> document(parser.Parse(text.c_str(), text.size()));
+    if (!document) return 0;
+    const AdvXMLParser::Element bundle = document->GetRoot().GetElement(ZEL_XML_CABUNDLE, 0);
+    if (!bundle) return 0;
+    // Appended to what the caller holds: the list is not cleared.
+    for (AdvXMLParser::Element child : bundle.Children())
+      if (child.HasName(ZEL_XML_CACERTIFICATE)) certificates.push_back(child.GetValue());
+  } catch (const AdvXMLParser::ReadWriteException&) {
+    return -11;
+  } catch (const AdvXMLParser::ParsingException&) {
+    return -5;
+  }
+  return 0;
+}
+
+}  // namespace sitehlp

@@ -1,0 +1,61 @@
+// The process-wide cached list and the change notice.
+//
+// m_iChange is 1 right after a fill; each notice adds 1, and the cache is
+// re-read only once it is above 2, i.e. after the second notice. Lock order:
+// "SmartSiteListLock" (here) before "SiteListLock" (inside ReadSiteList).
+#include "port/lock/InterProcessLock.h"
+#include "port/log/Log.h"
+#include "sitehlp/Component.h"
+#include "sitehlp/SitesHelper.h"
+
+namespace sitehlp {
+
+int CSitesHelper::SmartReadSiteList(const std::wstring& path, tag_Site** ppSiteList) {
+  ADetailTrace trace(c_component, L"Smart read of Site List");
+  if (!ppSiteList) return -2;
+  int result = 0;
+  // Shared even while the cache is replaced: a notice waits for every smart
+  // read in progress, while smart reads may run side by side.
+  InterProcessReadLock lock(smartSiteListLock);
+  if (!LockOrLog(lock)) return -10;
+  if (m_pSiteList == nullptr || m_iChange > 2) {
+    logDetail(c_component, L"Reading from FILE" + std::to_wstring(m_iChange));
+    if (m_pSiteList) {
+      FreeSiteListMemory(m_pSiteList);
+      m_pSiteList = nullptr;
+    }
+    result = ReadSiteList(path, ppSiteList);
+    if (result >= 0 && *ppSiteList != nullptr) {
+      m_pSiteList = *ppSiteList;
+      m_iChange = 1;
+    } else {
+      logError(c_component, L"Unable to read from SiteList file, error hr=" + std::to_wstring(result));
+    }
+  } else {
+    logDetail(c_component, L"Reading from memory" + std::to_wstring(m_iChange));
+    *ppSiteList = m_pSiteList;
+  }
+  lock.unlock();
+  return result;
+}
+
+void CSitesHelper::needToUpdateInMemSiteList() {
+  InterProcessWriteLock lock(smartSiteListLock);
+  if (!LockOrLog(lock)) return;
+  ++m_iChange;
+  lock.unlock();
+}
+
+int CSitesHelper::MustReadSiteList(const std::wstring& path, tag_Site** ppSiteList) {
+  if (path.empty()) {
+    logInternalError(c_component, L"path is empty");
+    return -1;
+  }
+  if (!ppSiteList) return -2;
+  const int result = ReadSiteList(path, ppSiteList);
+  if (result >= 0 && *ppSiteList != nullptr) return result;
+  logError(c_component, L"Failed hr=" + std::to_wstring(result));
+  return result;
+}
+
+}  // namespace sitehlp
