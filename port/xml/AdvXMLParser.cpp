@@ -425,12 +425,32 @@ std::string Document::GenerateUtf8(bool bIndent) const {
   // Indented output uses one tab per level.
   const unsigned flags = (bIndent ? pugi::format_indent : pugi::format_raw) | pugi::format_no_declaration;
   m_impl->doc.save(writer, "\t", flags, pugi::encoding_utf8);
+  // pugixml writes a carriage return in element text as it is, and every
+  // parser turns it into a line feed on reading: write it as a character
+  // reference so the text survives. Attributes are escaped by pugixml already
+  // and the output itself contains no other carriage return.
+  if (out.find('\r') != std::string::npos) {
+    std::string escaped;
+    escaped.reserve(out.size() + 16);
+    for (char c : out) {
+      if (c == '\r')
+        escaped += "&#13;";
+      else
+        escaped += c;
+    }
+    out.swap(escaped);
+  }
   return out;
 }
 
 AString Document::GenerateXML(bool bIndent) const { return ToWide(GenerateUtf8(bIndent).c_str()); }
 
 // ---- Parser -----------------------------------------------------------------
+
+// A leaf element whose text is only white space (a blank user name, a tab as
+// a path) keeps it; white space between elements is still dropped, so an
+// indented document costs no extra nodes.
+constexpr unsigned kParseOptions = pugi::parse_default | pugi::parse_ws_pcdata_single;
 
 Document* Parser::Parse(const wchar_t* text, std::size_t length) {
   if (!text) length = 0;
@@ -443,7 +463,7 @@ Document* Parser::Parse(const wchar_t* text, std::size_t length) {
     // the NUL counted, pugixml reports the same offsets as for ParseUtf8,
     // whose copy it terminates the same way.
     const pugi::xml_parse_result result =
-        document->m_impl->doc.load_buffer_inplace_own(buffer, size, pugi::parse_default, pugi::encoding_utf8);
+        document->m_impl->doc.load_buffer_inplace_own(buffer, size, kParseOptions, pugi::encoding_utf8);
     CheckResult(result, document->m_impl->doc);
     return document.release();
   } catch (const std::bad_alloc&) {
@@ -456,7 +476,7 @@ Document* Parser::ParseUtf8(const char* text, std::size_t length) {
   try {
     std::unique_ptr<Document> document(new Document);
     const pugi::xml_parse_result result =
-        document->m_impl->doc.load_buffer(text ? text : "", length, pugi::parse_default, pugi::encoding_utf8);
+        document->m_impl->doc.load_buffer(text ? text : "", length, kParseOptions, pugi::encoding_utf8);
     CheckResult(result, document->m_impl->doc);
     return document.release();
   } catch (const std::bad_alloc&) {

@@ -4,6 +4,9 @@
 set -euo pipefail
 build_dir=$1
 source_dir=$2
+# The build's own compiler flags (sanitizers): an instrumented library needs
+# an instrumented caller.
+extra_flags=${3:-}
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 cmake --install "$build_dir" --prefix "$work/prefix" >/dev/null
@@ -14,11 +17,12 @@ for h in sitehlp/SitesHelper.h sitehlp/export.h xmlschema/sitelist.h platform/AS
   [ -f "$work/prefix/include/$h" ] || { echo "header $h not installed"; exit 1; }
 done
 cmake -S "$source_dir/tests/install/consumer" -B "$work/cmake-build" -G Ninja \
-  -DCMAKE_PREFIX_PATH="$work/prefix" -DCMAKE_BUILD_TYPE=Release >/dev/null
+  -DCMAKE_PREFIX_PATH="$work/prefix" -DCMAKE_BUILD_TYPE=Release \
+  -DCMAKE_CXX_FLAGS="$extra_flags" -DCMAKE_EXE_LINKER_FLAGS="$extra_flags" >/dev/null
 cmake --build "$work/cmake-build" >/dev/null
 LD_LIBRARY_PATH="$(dirname "$lib")" "$work/cmake-build/consumer"
 pc_dir=$(dirname "$(find "$work/prefix" -name vlmCmnLib.pc | head -1)")
 flags=$(PKG_CONFIG_PATH="$pc_dir" pkg-config --cflags --libs vlmCmnLib)
 # shellcheck disable=SC2086
-g++ "$source_dir/tests/install/consumer/main.cpp" -o "$work/consumer-pc" $flags
+g++ $extra_flags "$source_dir/tests/install/consumer/main.cpp" -o "$work/consumer-pc" $flags
 LD_LIBRARY_PATH="$(dirname "$lib")" "$work/consumer-pc"
