@@ -9,6 +9,7 @@
 #include "port/xml/AdvXMLParser.h"
 #include "sitehlp/Component.h"
 #include "sitehlp/Numbers.h"
+#include "sitehlp/SiteBodies.h"
 #include "sitehlp/SitesHelper.h"
 #include "xmlschema/sitelist.h"
 
@@ -82,6 +83,17 @@ void SplitOrDefault(const AString& text, std::wstring& host, unsigned int& port)
 }
 
 }  // namespace
+
+std::size_t SiteBodySize(const Element& element) {
+  if (element.HasName(ZEL_XML_PROXY_CONFIG)) return sizeof(tag_ProxySettings);
+  if (element.HasName(ZEL_XML_SITELIST_HTTP_SITE) || element.HasName(ZEL_XML_SITELIST_SPIPE_SITE) ||
+      element.HasName(ZEL_XML_SITELIST_SUPERAGENT_SITE))
+    return sizeof(tag_HttpSite);
+  if (element.HasName(ZEL_XML_SITELIST_FTP_SITE)) return sizeof(tag_FtpSite);
+  if (element.HasName(ZEL_XML_SITELIST_UNC_SITE)) return sizeof(tag_UncSite);
+  if (element.HasName(ZEL_XML_SITELIST_LOCAL_SITE)) return sizeof(tag_LocalSite);
+  return 0;
+}
 
 void CSitesHelper::ReadPassword(const std::wstring& value, wchar_t* field, bool bAlwaysTextForm) {
   std::wstring clear;
@@ -263,20 +275,8 @@ int CSitesHelper::ReadSiteFromSiteList(AdvXMLParser::Element* pElement, void** p
   if (!ppBody) return -2;
   *ppBody = nullptr;
   if (!pElement || !*pElement) return -1;
-  std::size_t size = 0;
-  if (pElement->HasName(ZEL_XML_PROXY_CONFIG))
-    size = sizeof(tag_ProxySettings);
-  else if (pElement->HasName(ZEL_XML_SITELIST_HTTP_SITE) || pElement->HasName(ZEL_XML_SITELIST_SPIPE_SITE) ||
-           pElement->HasName(ZEL_XML_SITELIST_SUPERAGENT_SITE))
-    size = sizeof(tag_HttpSite);
-  else if (pElement->HasName(ZEL_XML_SITELIST_FTP_SITE))
-    size = sizeof(tag_FtpSite);
-  else if (pElement->HasName(ZEL_XML_SITELIST_UNC_SITE))
-    size = sizeof(tag_UncSite);
-  else if (pElement->HasName(ZEL_XML_SITELIST_LOCAL_SITE))
-    size = sizeof(tag_LocalSite);
-  else
-    return -1;
+  const std::size_t size = SiteBodySize(*pElement);
+  if (size == 0) return -1;
   void* body = std::calloc(1, size);
   if (!body) return -3;
   FillSiteBody(*pElement, body);

@@ -10,6 +10,7 @@
 #include "port/xml/AdvXMLParser.h"
 #include "sitehlp/Component.h"
 #include "sitehlp/Numbers.h"
+#include "sitehlp/SiteBodies.h"
 #include "sitehlp/SiteListFile.h"
 #include "sitehlp/SitesHelper.h"
 #include "xmlschema/sitelist.h"
@@ -21,18 +22,6 @@ namespace {
 using AdvXMLParser::Element;
 
 tag_Site* NewRecord() { return static_cast<tag_Site*>(std::calloc(1, sizeof(tag_Site))); }
-
-// The size of the body an element produces, 0 for an element that is none.
-std::size_t BodySize(const Element& element) {
-  if (element.HasName(ZEL_XML_PROXY_CONFIG)) return sizeof(tag_ProxySettings);
-  if (element.HasName(ZEL_XML_SITELIST_HTTP_SITE) || element.HasName(ZEL_XML_SITELIST_SPIPE_SITE) ||
-      element.HasName(ZEL_XML_SITELIST_SUPERAGENT_SITE))
-    return sizeof(tag_HttpSite);
-  if (element.HasName(ZEL_XML_SITELIST_FTP_SITE)) return sizeof(tag_FtpSite);
-  if (element.HasName(ZEL_XML_SITELIST_UNC_SITE)) return sizeof(tag_UncSite);
-  if (element.HasName(ZEL_XML_SITELIST_LOCAL_SITE)) return sizeof(tag_LocalSite);
-  return 0;
-}
 
 }  // namespace
 
@@ -91,7 +80,7 @@ int CSitesHelper::ReadSitesOfSiteList(const Element& siteList, tag_Site** ppHead
     if (kind == SITE_TYPE_PROXY) {
       for (Element entry : child.Children()) {
         ADetailTrace trace(c_component, L"Reading site from SiteList");
-        const std::size_t size = BodySize(entry);
+        const std::size_t size = SiteBodySize(entry);
         if (size == 0) {
           result = -1;
           continue;
