@@ -8,6 +8,7 @@
 #include "port/strings/Strings.h"
 #include "sitehlp/Allocation.h"
 #include "sitehlp/Component.h"
+#include "sitehlp/SiteKinds.h"
 #include "sitehlp/SitesHelper.h"
 #include "xmlschema/sitelist.h"
 
@@ -20,8 +21,7 @@ constexpr wchar_t c_spipeRelativePath[] = L"Software";
 // The first SPIPE site of the list, NULL when there is none.
 tag_Site* FirstSpipeSite(tag_Site* list) {
   for (tag_Site* site = list; site; site = site->pNext)
-    if (site->nSiteType == SITE_TYPE_HTTP && wcsicmp(site->httpSite.szSiteElement, ZEL_XML_SITELIST_SPIPE_SITE) == 0)
-      return site;
+    if (IsSpipeSite(site)) return site;
   return nullptr;
 }
 

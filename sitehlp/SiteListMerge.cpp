@@ -14,6 +14,7 @@
 #include "port/strings/Strings.h"
 #include "sitehlp/Allocation.h"
 #include "sitehlp/Component.h"
+#include "sitehlp/SiteKinds.h"
 #include "sitehlp/SitesHelper.h"
 #include "xmlschema/sitelist.h"
 
@@ -23,10 +24,6 @@ namespace {
 
 constexpr wchar_t c_siteTypeFallback[] = L"fallback";
 RecordAllocator g_allocator = &CallocRecord;
-
-bool IsSpipeSite(const tag_Site* site) {
-  return site->nSiteType == SITE_TYPE_HTTP && wcsicmp(site->httpSite.szSiteElement, ZEL_XML_SITELIST_SPIPE_SITE) == 0;
-}
 
 bool HasFallbackType(const tag_Site* site) { return wcsicmp(site->szType, c_siteTypeFallback) == 0; }
 

@@ -81,7 +81,22 @@ bool AFile::write(const AString& path, const unsigned char* data, std::size_t si
   return rc == 0;
 }
 
-bool AFile::remove(const AString& path) { return port::Sys().unlink(ACharString(path).c_str()) == 0; }
+bool AFile::writeWithMode(const AString& path, const unsigned char* data, std::size_t size, mode_t mode) {
+  const int rc = port::ReplaceFileContents(ACharString(path), data, size, mode, port::ModePolicy::Exact);
+  if (rc != 0) errno = rc;
+  return rc == 0;
+}
+
+bool AFile::size(const AString& path, unsigned long long& bytes) {
+  struct stat st {};
+  if (port::Sys().stat(ACharString(path).c_str(), &st) != 0) return false;
+  bytes = static_cast<unsigned long long>(st.st_size);
+  return true;
+}
+
+bool AFile::remove(const AString& path) {
+  return port::Sys().unlink(ACharString(path).c_str()) == 0 || errno == ENOENT;
+}
 
 bool AFile::copy(const AString& from, const AString& to) {
   std::vector<unsigned char> bytes;

@@ -20,7 +20,14 @@ class AFile {
   // Replaces the whole file crash-safely (see SafeWrite.h); a new file gets
   // newFileMode, an existing one keeps its mode.
   static bool write(const AString& path, const unsigned char* data, std::size_t size, mode_t newFileMode = 0644);
-  // Deletes the file; false when it could not be deleted (also when missing).
+  // Like write, but the file always ends with exactly mode (an existing file
+  // with wider permissions is narrowed): for secrets such as request keys.
+  static bool writeWithMode(const AString& path, const unsigned char* data, std::size_t size, mode_t mode);
+  // Size in bytes of the file path names (a symbolic link is followed); false
+  // when it cannot be asked.
+  static bool size(const AString& path, unsigned long long& bytes);
+  // Deletes the file. True when no file is left at path (a missing file
+  // counts: the caller wanted it gone); false when it could not be deleted.
   static bool remove(const AString& path);
   // Copies the bytes of from to to (crash-safe); false when from is unreadable.
   static bool copy(const AString& from, const AString& to);

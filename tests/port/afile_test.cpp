@@ -169,13 +169,21 @@ TEST(AFileExists, FilesDirectoriesAndLinks) {
   EXPECT_FALSE(AFile::exists(dir.wfile("gone")));
 }
 
-TEST(AFileRemove, RemovesAndReportsMissing) {
+TEST(AFileRemove, RemovesAndCountsAMissingFileAsGone) {
   TempDir dir;
   WriteFile(dir.file("f"), "x");
   EXPECT_TRUE(AFile::remove(dir.wfile("f")));
   EXPECT_FALSE(FileExists(dir.file("f")));
-  EXPECT_FALSE(AFile::remove(dir.wfile("f")));
-  EXPECT_FALSE(AFile::remove(dir.wfile("never")));
+  EXPECT_TRUE(AFile::remove(dir.wfile("f")));
+  EXPECT_TRUE(AFile::remove(dir.wfile("never")));
+}
+
+TEST(AFileRemove, FailsWhenTheFileCannotBeDeleted) {
+  TempDir dir;
+  ASSERT_EQ(0, mkdir(dir.file("d").c_str(), 0755));
+  // unlink refuses a directory: the path is still taken afterwards.
+  EXPECT_FALSE(AFile::remove(dir.wfile("d")));
+  EXPECT_TRUE(FileExists(dir.file("d")));
 }
 
 TEST(AFileCopy, CopiesBytesAndSourceMode) {

@@ -1,0 +1,148 @@
+// Key files that travel with a site list: read from beside an outside list,
+// checked, and written beside the agent's own list, with the FIPS marker.
+// Key contents are opaque bytes: copied as they are, never parsed or logged.
+#include <string>
+
+#include "port/fs/AFile.h"
+#include "port/log/Log.h"
+#include "sitehlp/Component.h"
+#include "sitehlp/SiteKinds.h"
+#include "sitehlp/SitesHelper.h"
+
+namespace sitehlp {
+
+namespace {
+
+constexpr wchar_t c_srPubKey[] = L"srpubkey.bin";
+constexpr wchar_t c_reqSecKey[] = L"reqseckey.bin";
+constexpr wchar_t c_sr2048PubKey[] = L"sr2048pubkey.bin";
+constexpr wchar_t c_req2048SecKey[] = L"req2048seckey.bin";
+// Appended as it stands (not joined as a path) to both directories.
+constexpr wchar_t c_fipsMarkerSuffix[] = L"\\agentfipsmode";
+
+// Public keys may be read by everyone; request keys are the agent's secrets.
+constexpr mode_t c_publicKeyMode = 0644;
+constexpr mode_t c_secretKeyMode = 0600;
+
+// A list is versioned when one of its SPIPE sites announces a version.
+bool IsVersioned(const tag_Site* list) {
+  for (const tag_Site* site = list; site; site = site->pNext)
+    if (IsSpipeSite(site) && site->httpSite.szVersion[0] != L'\0') return true;
+  return false;
+}
+
+bool IsRequestKey(const AString& fileName) { return fileName == c_reqSecKey || fileName == c_req2048SecKey; }
+
+AString DirectoryOf(const std::wstring& path) {
+  AString dir;
+  AString name;
+  splitPath(AString(path), dir, name);
+  return dir;
+}
+
+}  // namespace
+
+bool CSitesHelper::readKeyFile(const AString& dir, const AString& fileName, ABuffer& contents) {
+  const AString path = joinPath(dir, fileName);
+  if (!AFile::read(path, contents)) return false;
+  if (contents.empty()) {
+    logError(c_component, path + L" is invalid");
+    logInfo(c_component, L"There could be another set of key files to be used.");
+    return false;
+  }
+  return true;
+}
+
+bool CSitesHelper::readKeyFiles(const std::wstring& sourcePath, tag_Site* pSiteList, const std::wstring& keyDir,
+                                ABuffer& srPubKey, ABuffer& reqSecKey, ABuffer& sr2048PubKey,
+                                ABuffer& req2048SecKey, bool& hasSrPubKey, bool& hasReqSecKey,
+                                bool& hasSr2048PubKey, bool& hasReq2048SecKey) {
+  if (IsVersioned(pSiteList)) {
+    const AString dir = DirectoryOf(sourcePath);
+    // A pair counts only whole: a public key without its request key sets no
+    // flag, even though its bytes were read.
+    if (readKeyFile(dir, c_sr2048PubKey, sr2048PubKey) && readKeyFile(dir, c_req2048SecKey, req2048SecKey)) {
+      hasSr2048PubKey = true;
+      hasReq2048SecKey = true;
+    }
+    if (readKeyFile(dir, c_srPubKey, srPubKey) && readKeyFile(dir, c_reqSecKey, reqSecKey)) {
+      hasSrPubKey = true;
+      hasReqSecKey = true;
+    }
+    return hasSrPubKey || hasReqSecKey || hasSr2048PubKey || hasReq2048SecKey;
+  }
+  // Unversioned: at most the classic server key, from keyDir itself.
+  if (!keyDir.empty()) {
+    if (!readKeyFile(AString(keyDir), c_srPubKey, srPubKey)) return false;
+    hasSrPubKey = true;
+  } else {
+    hasSrPubKey = false;
+  }
+  hasReqSecKey = false;
+  return true;
+}
+
+bool CSitesHelper::writeKeyFile(const ABuffer& contents, const AString& fileName, const AString& /*extra*/,
+                                const AString& dir) {
+  const AString path = joinPath(dir, fileName);
+  // Crash-safe replacement; a symbolic link at the target is replaced, not
+  // followed. A request key never keeps wider permissions than its own.
+  if (IsRequestKey(fileName)) return AFile::writeWithMode(path, contents.getBytes(), contents.size(), c_secretKeyMode);
+  return AFile::write(path, contents.getBytes(), contents.size(), c_publicKeyMode);
+}
+
+bool CSitesHelper::writeKeyFiles(bool writeSrPubKey, bool writeReqSecKey, const ABuffer& srPubKey,
+                                 const ABuffer& reqSecKey, bool writeSr2048PubKey, bool writeReq2048SecKey,
+                                 const ABuffer& sr2048PubKey, const ABuffer& req2048SecKey, const AString& dir) {
+  const AString none;
+  if (writeSrPubKey && !writeKeyFile(srPubKey, c_srPubKey, none, dir)) return false;
+  if (writeSr2048PubKey && !writeKeyFile(sr2048PubKey, c_sr2048PubKey, none, dir)) return false;
+  if (writeReqSecKey && !writeKeyFile(reqSecKey, c_reqSecKey, none, dir)) return false;
+  if (writeReq2048SecKey && !writeKeyFile(req2048SecKey, c_req2048SecKey, none, dir)) return false;
+  if (!writeSrPubKey && !writeSr2048PubKey) return true;
+  if (writeReqSecKey || writeReq2048SecKey) return true;
+  // A new server key without a request key: a classic request key left from
+  // an earlier server must not stay beside it. A stale 2048-bit request key
+  // is left alone on purpose. Deleting a missing file counts as a failure.
+  return AFile::remove(joinPath(dir, c_reqSecKey));
+}
+
+bool CSitesHelper::writable(const AString& path) {
+  bool bWritable = false;
+  if (!AFile::isWritable(path, bWritable)) return false;
+  if (!bWritable) {
+    logError(c_component, L"Can't write " + path);
+    return false;
+  }
+  return true;
+}
+
+bool CSitesHelper::createDirectoriesAndCopyKeyFiles(const std::wstring& sourcePath, tag_Site* pSiteList,
+                                                    const std::wstring& keyDir) {
+  const AString targetDir = DirectoryOf(m_siteListPath);
+  if (!AFiler::createDirectories(targetDir)) return false;
+
+  ABuffer srPubKey, reqSecKey, sr2048PubKey, req2048SecKey;
+  bool hasSrPubKey = false, hasReqSecKey = false, hasSr2048PubKey = false, hasReq2048SecKey = false;
+  if (!readKeyFiles(sourcePath, pSiteList, keyDir, srPubKey, reqSecKey, sr2048PubKey, req2048SecKey, hasSrPubKey,
+                    hasReqSecKey, hasSr2048PubKey, hasReq2048SecKey))
+    return false;
+
+  // Every target is checked before anything is written.
+  if (!writable(AString(m_siteListPath))) return false;
+  if (hasSrPubKey && !writable(joinPath(targetDir, c_srPubKey))) return false;
+  if (hasReqSecKey && !writable(joinPath(targetDir, c_reqSecKey))) return false;
+  if (hasSr2048PubKey && !writable(joinPath(targetDir, c_sr2048PubKey))) return false;
+  if (hasReq2048SecKey && !writable(joinPath(targetDir, c_req2048SecKey))) return false;
+
+  if (!writeKeyFiles(hasSrPubKey, hasReqSecKey, srPubKey, reqSecKey, hasSr2048PubKey, hasReq2048SecKey,
+                     sr2048PubKey, req2048SecKey, targetDir))
+    return false;
+
+  // The FIPS marker is optional: a missing one is normal, so the copy's
+  // outcome does not matter.
+  AFile::copy(DirectoryOf(sourcePath) + c_fipsMarkerSuffix, targetDir + c_fipsMarkerSuffix);
+  return true;
+}
+
+}  // namespace sitehlp
