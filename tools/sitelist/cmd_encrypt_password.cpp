@@ -1,0 +1,39 @@
+// sitelist encrypt-password: a password from stdin in the encrypted text form
+// that site lists carry. Never from an argument, which other users could see.
+#include <CLI/CLI.hpp>
+
+#include <cstdio>
+#include <iostream>
+#include <iterator>
+#include <string>
+
+#include "Command.h"
+#include "Context.h"
+
+namespace sitelist {
+namespace {
+
+int Run(Context& ctx) {
+  std::string password{std::istreambuf_iterator<char>(std::cin), std::istreambuf_iterator<char>()};
+  // One line ending is the terminal's or echo's, not part of the password.
+  if (!password.empty() && password.back() == '\n') password.pop_back();
+  if (!password.empty() && password.back() == '\r') password.pop_back();
+  std::wstring encrypted;
+  if (ctx.Helper().EncryptPassword(Wide(password), encrypted) == 0)
+    return ctx.Fail("the password could not be encrypted");
+  std::printf("%s\n", Narrow(encrypted).c_str());
+  return 0;
+}
+
+Bound Setup(CLI::App& app, Context& ctx) {
+  CLI::App* sub = app.add_subcommand(
+      "encrypt-password", "Encrypt a password read from stdin for a site list's Password element");
+  sub->footer("One trailing line ending is dropped. The keys are those of VLM_KEY_DIR.\n"
+              "Example:\n  sitelist encrypt-password < /run/secrets/repository-password");
+  return {sub, [&ctx] { return Run(ctx); }};
+}
+
+const Registration c_registration(140, &Setup);
+
+}  // namespace
+}  // namespace sitelist

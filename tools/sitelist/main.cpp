@@ -1,0 +1,62 @@
+// sitelist: the agent's site list from the shell. Uses the library's public
+// API only, like any other caller.
+#include <CLI/CLI.hpp>
+
+#include <map>
+
+#include "Command.h"
+#include "Context.h"
+
+namespace {
+
+constexpr const char c_description[] =
+    "sitelist - look at and change the agent's repository site list.\n"
+    "Works on <data dir>/etc/SiteList.xml unless --site-list names another file.";
+
+constexpr const char c_footer[] =
+    "Exit status: 0 success, 1 the operation failed (its result code and meaning\n"
+    "on stderr), 2 usage error.\n"
+    "Configuration comes from the environment (VLM_FRAMEWORK_DATA_DIR, VLM_MANAGED,\n"
+    "VLM_LOCK_DIR, VLM_KEY_DIR, VLM_LOG_LEVEL, VLM_LOG_SINK); the library's error\n"
+    "lines go to stderr unless VLM_LOG_SINK says otherwise.\n"
+    "Run 'sitelist COMMAND --help' for a command's options and an example.";
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  sitelist::Context context;
+  CLI::App app{c_description, "sitelist"};
+  app.footer(c_footer);
+  app.require_subcommand(1);
+  app.fallthrough();  // global options may also follow the command
+  app.set_version_flag("--version", std::string("sitelist ") + VLM_SITELIST_VERSION, "Print the version and exit");
+
+  sitelist::GlobalOptions& o = context.options;
+  app.add_option("--data-dir", o.dataDir, "Framework data directory (sets VLM_FRAMEWORK_DATA_DIR)")
+      ->type_name("DIR");
+  app.add_option("--site-list", o.siteList, "The helper's own site list file instead of <data dir>/etc/SiteList.xml")
+      ->type_name("FILE");
+  CLI::Option* managed = app.add_flag("--managed", o.managed, "Treat the agent as managed");
+  CLI::Option* unmanaged = app.add_flag("--unmanaged", o.unmanaged, "Treat the agent as not managed");
+  managed->excludes(unmanaged);
+  app.add_flag("-v,--verbose", o.verbose, "Detail log lines of the library on stderr");
+
+  std::map<const CLI::App*, sitelist::Action> actions;
+  for (const sitelist::CommandEntry& entry : sitelist::RegisteredCommands()) {
+    sitelist::Bound bound = entry.setup(app, context);
+    actions[bound.subcommand] = std::move(bound.run);
+  }
+
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::Success& e) {  // --help, --version
+    return app.exit(e);
+  } catch (const CLI::ParseError& e) {
+    app.exit(e);
+    return 2;
+  }
+
+  const CLI::App* chosen = app.get_subcommands().front();
+  context.SetCommand(chosen->get_name());
+  return actions.at(chosen)();
+}
