@@ -1,5 +1,6 @@
 #include "port/fs/SafeWrite.h"
 
+#include <dirent.h>
 #include <errno.h>
 #include <sys/random.h>
 #include <time.h>
@@ -127,6 +128,27 @@ int SyncDirectory(const std::string& dir) {
   return rc;
 }
 
+// Removes the temporaries of name that a writer killed before its rename left
+// in dir. Only old ones go: a temporary that is younger belongs to a writer
+// that may still be running in another process, and taking it away would
+// make that writer's rename fail. Best effort: nothing here is reported.
+void RemoveStaleTemporaries(const std::string& dir, const std::string& name) {
+  DIR* d = opendir(dir.c_str());
+  if (!d) return;
+  const std::string prefix = "." + name + ".tmp.";
+  timespec now{};
+  clock_gettime(CLOCK_REALTIME, &now);
+  while (const dirent* entry = readdir(d)) {
+    if (std::string(entry->d_name).compare(0, prefix.size(), prefix) != 0) continue;
+    const std::string path = dir + "/" + entry->d_name;
+    struct stat st {};
+    if (Sys().lstat(path.c_str(), &st) != 0 || !S_ISREG(st.st_mode)) continue;
+    if (now.tv_sec - st.st_mtim.tv_sec < kStaleTemporaryAgeSeconds) continue;
+    Sys().unlink(path.c_str());
+  }
+  closedir(d);
+}
+
 }  // namespace
 
 int ReplaceFileContents(const std::string& path, const void* data, std::size_t size, mode_t newFileMode,
@@ -163,7 +185,9 @@ int ReplaceFileContents(const std::string& path, const void* data, std::size_t s
   tmp.release();
   // The target already holds the new content here; a failure is still
   // reported, because the replacement may not survive a crash.
-  return SyncDirectory(dir);
+  const int rc = SyncDirectory(dir);
+  RemoveStaleTemporaries(dir, name);
+  return rc;
 }
 
 }  // namespace port

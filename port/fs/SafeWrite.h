@@ -3,10 +3,11 @@
 // The new content goes to a temporary file in the target's directory
 // (".<name>.tmp.XXXXXX"), is fsynced, renamed over the target, and the
 // directory is fsynced. A crash at any moment leaves the old file or the new
-// one, never a torn one; a temporary left by a crash has a unique name, so a
-// later write never trips over it. An existing target keeps its mode; a new
-// one gets newFileMode. A target that is a symbolic link is replaced by the
-// new file, never followed.
+// one, never a torn one. A temporary left by a crash has a unique name, so a
+// later write never trips over it; a successful write of the same target
+// removes those older than kStaleTemporaryAgeSeconds, so they do not pile up.
+// An existing target keeps its mode; a new one gets newFileMode. A target that
+// is a symbolic link is replaced by the new file, never followed.
 #ifndef VLM_PORT_FS_SAFEWRITE_H
 #define VLM_PORT_FS_SAFEWRITE_H
 
@@ -16,6 +17,10 @@
 #include <string>
 
 namespace port {
+
+// Age after which a temporary of a target is taken as left by a killed
+// writer: no write holds its temporary open nearly that long.
+constexpr long kStaleTemporaryAgeSeconds = 600;
 
 // Which mode the written file gets.
 enum class ModePolicy {

@@ -298,3 +298,46 @@ TEST(SafeWrite, KilledWriterLeavesOldOrNewContentNeverATornOne) {
 }
 
 }  // namespace
+
+namespace {
+
+// Sets a file's modification time the given number of seconds into the past.
+void Age(const std::string& path, long seconds) {
+  timespec now{};
+  clock_gettime(CLOCK_REALTIME, &now);
+  const timespec times[2] = {{now.tv_sec - seconds, 0}, {now.tv_sec - seconds, 0}};
+  ASSERT_EQ(0, utimensat(AT_FDCWD, path.c_str(), times, 0));
+}
+
+TEST(SafeWrite, ASuccessfulWriteRemovesOldTemporariesOfItsTargetOnly) {
+  TempDir dir;
+  const std::string stale = dir.file(".SiteList.xml.tmp.AAAAAA");
+  const std::string young = dir.file(".SiteList.xml.tmp.BBBBBB");
+  const std::string other = dir.file(".ServerSiteList.xml.tmp.CCCCCC");
+  for (const std::string& p : {stale, young, other}) WriteFile(p, "left by a killed writer");
+  Age(stale, port::kStaleTemporaryAgeSeconds + 5);
+  Age(young, port::kStaleTemporaryAgeSeconds - 60);
+  Age(other, port::kStaleTemporaryAgeSeconds + 5);
+
+  ASSERT_EQ(0, Replace(dir.file("SiteList.xml"), "new"));
+  EXPECT_EQ((std::vector<std::string>{".ServerSiteList.xml.tmp.CCCCCC", ".SiteList.xml.tmp.BBBBBB", "SiteList.xml"}),
+            ListDir(dir.path()));
+  EXPECT_EQ("new", ReadFile(dir.file("SiteList.xml")));
+}
+
+TEST(SafeWrite, AFailedWriteLeavesOldTemporariesAlone) {
+  TempDir dir;
+  const std::string stale = dir.file(".SiteList.xml.tmp.AAAAAA");
+  WriteFile(stale, "left by a killed writer");
+  Age(stale, port::kStaleTemporaryAgeSeconds + 5);
+  port::SysCalls table = port::RealSysCalls();
+  table.rename = [](const char*, const char*) -> int {
+    errno = EIO;
+    return -1;
+  };
+  port::ScopedSysCallOverride failing(table);
+  EXPECT_EQ(EIO, Replace(dir.file("SiteList.xml"), "new"));
+  EXPECT_EQ(std::vector<std::string>{".SiteList.xml.tmp.AAAAAA"}, ListDir(dir.path()));
+}
+
+}  // namespace
