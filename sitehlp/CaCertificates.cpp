@@ -14,11 +14,12 @@ int CSitesHelper::GetCaCertificates(const std::wstring& siteListPath, std::vecto
   ADetailTrace trace(c_component, L"Getting Certificates");
   const std::wstring& path = siteListPath.empty() ? m_siteListPath : siteListPath;
   if (!SiteListFileExists(path)) return -4;
-  AString text;
-  if (!ReadSiteListText(path, text)) return -10;
+  // UTF-8 straight into the parser: no wide copy of the file.
+  AdvXMLParser::Utf8Text text;
+  if (!ReadSiteListUtf8(path, text)) return -10;
   try {
     AdvXMLParser::Parser parser;
-    boost::scoped_ptr<AdvXMLParser::Document> document(parser.Parse(text.c_str(), text.size()));
+    boost::scoped_ptr<AdvXMLParser::Document> document(parser.Parse(text, AdvXMLParser::Parser::ReadingOnly));
     if (!document) return 0;
     const AdvXMLParser::Element bundle = document->GetRoot().GetElement(ZEL_XML_CABUNDLE, 0);
     if (!bundle) return 0;

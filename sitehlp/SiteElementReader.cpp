@@ -8,6 +8,8 @@
 #include "port/log/Log.h"
 #include "port/xml/AdvXMLParser.h"
 #include "sitehlp/Component.h"
+#include "sitehlp/FieldFill.h"
+#include "sitehlp/SchemaNames.h"
 #include "sitehlp/Numbers.h"
 #include "sitehlp/SiteBodies.h"
 #include "sitehlp/SitesHelper.h"
@@ -20,18 +22,15 @@ namespace {
 using AdvXMLParser::Element;
 
 // The values of an element's known child elements, found in one walk over its
-// children; a later child of the same name wins.
+// children (each child's name read once and compared as bytes); a later
+// child of the same name wins.
 class ChildValues {
  public:
-  ChildValues(const Element& element, const wchar_t* const* names, std::size_t count)
-      : m_names(names), m_count(count) {
+  ChildValues(const Element& element, const wchar_t* const* names, const NarrowNames& narrow)
+      : m_names(names), m_count(narrow.size()) {
     for (Element child : element.Children()) {
-      for (std::size_t i = 0; i < count && i < kMax; ++i) {
-        if (child.HasName(names[i])) {
-          m_children[i] = child;
-          break;
-        }
-      }
+      const std::size_t i = narrow.Find(child.GetNameUtf8());
+      if (i < m_count && i < kMax) m_children[i] = child;
     }
   }
   // Present when the child exists.
@@ -44,6 +43,13 @@ class ChildValues {
       }
     }
     return false;
+  }
+  // The child's text as the tree holds it (UTF-8); NULL when it is absent.
+  const char* Utf8(const wchar_t* name) const {
+    for (std::size_t i = 0; i < m_count && i < kMax; ++i) {
+      if (m_names[i] == name) return m_children[i] ? m_children[i].GetValueUtf8() : nullptr;
+    }
+    return nullptr;
   }
   const Element& Child(const wchar_t* name) const {
     static const Element none;
@@ -73,13 +79,26 @@ const wchar_t* const kProxyChildren[] = {
     ZEL_XML_HTTP_PROXY_ALT_PROXYPASSWORD, ZEL_XML_FTP_PROXY_ALT_PROXYPASSWORD, ZEL_XML_PROXY_EXCLUSIONLIST,
 };
 
-// Splits host:port; without a colon the whole text is the host and the port
-// is the HTTP default, for FTP sites too.
-void SplitOrDefault(const AString& text, std::wstring& host, unsigned int& port) {
-  if (!split_host_and_port(text, host, port)) {
-    host = text;
-    port = c_defaultHttpPort;
+// The attributes a site body reads, fetched in one pass (kSiteAttributes[i]
+// into attributes[i]).
+const wchar_t* const kSiteAttributes[] = {
+    ZEL_XML_SITE_NAME,    ZEL_XML_SITE_SERVER,           ZEL_XML_SITE_SERVER_FQDN, ZEL_XML_SITE_SERVER_VERSION,
+    ZEL_XML_SSL_PORT,     ZEL_XML_SERVER_NETBIOS_NAME,   ZEL_XML_SITE_SERVER_IP,
+};
+enum SiteAttribute { kName, kServer, kServerDns, kVersion, kSecurePort, kServerName, kServerIp, kSiteAttributeCount };
+static_assert(sizeof(kSiteAttributes) / sizeof(kSiteAttributes[0]) == kSiteAttributeCount, "one slot per name");
+
+// SecurePort: the stream's unsigned extraction of the value's wide form.
+void ExtractUnsignedUtf8(const char* utf8, uint32_t& value) {
+  wchar_t wide[64];
+  std::size_t length = 0;
+  unsigned int v = value;
+  if (AdvXMLParser::DecodeUtf8Into(utf8, wide, 64, length)) {
+    StreamExtractUnsigned(wide, wide + length, v);
+  } else {
+    StreamExtractUnsigned(platform_detail::Utf8ToWide(utf8, std::strlen(utf8)), v);
   }
+  value = v;
 }
 
 }  // namespace
@@ -107,29 +126,34 @@ void CSitesHelper::ReadPassword(const std::wstring& value, wchar_t* field, bool 
   CopyWStr(field, clear.c_str(), c_nameCapacity);
 }
 
+// Every text field is filled straight from the tree's UTF-8 (FieldFill.h):
+// no wide string is made per value, and numbers are parsed from the UTF-8.
+// The order of the field copies is the wide path's, so truncation messages
+// come out in the same order too.
 int CSitesHelper::FillSiteBody(const Element& element, void* pBody) {
-  AString value;
-  std::wstring host;
+  const char* v = nullptr;
 
-  if (element.HasName(ZEL_XML_PROXY_CONFIG)) {
+  if (SiteElementOf(element) == SiteElement::ProxyConfig) {
     tag_ProxySettings& proxy = *static_cast<tag_ProxySettings*>(pBody);
-    ChildValues children(element, kProxyChildren, sizeof(kProxyChildren) / sizeof(kProxyChildren[0]));
-    CopyWStr(proxy.szName, element.GetAttribute(ZEL_XML_SITE_NAME).c_str(), c_nameCapacity);
-    const AString httpServer = element.GetAttribute(ZEL_XML_PROXY_HTTP_PROXY_SERVER);
-    const AString ftpServer = element.GetAttribute(ZEL_XML_PROXY_FTP_PROXY_SERVER);
-    if (!httpServer.empty()) {
-      CopyWStr(proxy.szHttpProxyServer, httpServer.c_str(), c_nameCapacity);
-      proxy.nHttpProxyPort = Atoi(element.GetAttribute(ZEL_XML_PROXY_HTTP_PROXY_PORT));
+    static const NarrowNames narrowProxyChildren(kProxyChildren, sizeof(kProxyChildren) / sizeof(kProxyChildren[0]));
+    ChildValues children(element, kProxyChildren, narrowProxyChildren);
+    FillField(*this, proxy.szName, element.GetAttributeUtf8(ZEL_XML_SITE_NAME), c_nameCapacity);
+    const char* httpServer = element.GetAttributeUtf8(ZEL_XML_PROXY_HTTP_PROXY_SERVER);
+    const char* ftpServer = element.GetAttributeUtf8(ZEL_XML_PROXY_FTP_PROXY_SERVER);
+    const bool hasHttp = httpServer && *httpServer;
+    const bool hasFtp = ftpServer && *ftpServer;
+    if (hasHttp) {
+      FillField(*this, proxy.szHttpProxyServer, httpServer, c_nameCapacity);
+      proxy.nHttpProxyPort = AtoiUtf8(element.GetAttributeUtf8(ZEL_XML_PROXY_HTTP_PROXY_PORT));
       CopyWStr(proxy.szProxyKind, ZEL_XML_SITELIST_HTTP_SITE, c_nameCapacity);
     }
-    if (!ftpServer.empty()) {
-      CopyWStr(proxy.szFtpProxyServer, ftpServer.c_str(), c_nameCapacity);
-      proxy.nFtpProxyPort = Atoi(element.GetAttribute(ZEL_XML_PROXY_FTP_PROXY_PORT));
+    if (hasFtp) {
+      FillField(*this, proxy.szFtpProxyServer, ftpServer, c_nameCapacity);
+      proxy.nFtpProxyPort = AtoiUtf8(element.GetAttributeUtf8(ZEL_XML_PROXY_FTP_PROXY_PORT));
       CopyWStr(proxy.szProxyKind, ZEL_XML_SITELIST_FTP_SITE, c_nameCapacity);
     }
-    if (!httpServer.empty() && !ftpServer.empty())
-      CopyWStr(proxy.szProxyKind, ZEL_XML_SITELIST_FTPHTTP_SITE, c_nameCapacity);
-    if (element.GetAttribute(ZEL_XML_PROXY_USE_IE_CONFIG, value)) proxy.bUseIEConfig = Atoi(value) != 0;
+    if (hasHttp && hasFtp) CopyWStr(proxy.szProxyKind, ZEL_XML_SITELIST_FTPHTTP_SITE, c_nameCapacity);
+    if ((v = element.GetAttributeUtf8(ZEL_XML_PROXY_USE_IE_CONFIG))) proxy.bUseIEConfig = AtoiUtf8(v) != 0;
 
     const struct {
       const wchar_t* name;
@@ -143,7 +167,7 @@ int CSitesHelper::FillSiteBody(const Element& element, void* pBody) {
         {ZEL_XML_PROXY_ALT_HTTP_USEAUTH, &proxy.bAlternateHttpUseAuth},
     };
     for (const auto& f : flags)
-      if (children.Get(f.name, value)) *f.flag = Atoi(value) != 0;
+      if ((v = children.Utf8(f.name))) *f.flag = AtoiUtf8(v) != 0;
 
     const struct {
       const wchar_t* name;
@@ -155,8 +179,9 @@ int CSitesHelper::FillSiteBody(const Element& element, void* pBody) {
         {ZEL_XML_FTP_PROXY_ALT_PROXYUSERNAME, proxy.szAlternateFtpProxyUser},
     };
     for (const auto& u : users)
-      if (children.Get(u.name, value)) CopyWStr(u.field, value.c_str(), c_nameCapacity);
+      if ((v = children.Utf8(u.name))) FillField(*this, u.field, v, c_nameCapacity);
 
+    AString value;
     const struct {
       const wchar_t* name;
       wchar_t* field;
@@ -195,40 +220,57 @@ int CSitesHelper::FillSiteBody(const Element& element, void* pBody) {
     return 0;
   }
 
-  const bool isHttp = element.HasName(ZEL_XML_SITELIST_HTTP_SITE);
-  const bool isSpipe = element.HasName(ZEL_XML_SITELIST_SPIPE_SITE);
-  const bool isSuperAgent = element.HasName(ZEL_XML_SITELIST_SUPERAGENT_SITE);
-  const bool isFtp = element.HasName(ZEL_XML_SITELIST_FTP_SITE);
-  const bool isUnc = element.HasName(ZEL_XML_SITELIST_UNC_SITE);
-  const bool isLocal = element.HasName(ZEL_XML_SITELIST_LOCAL_SITE);
+  const SiteElement kind = SiteElementOf(element);
+  const bool isHttp = kind == SiteElement::Http;
+  const bool isSpipe = kind == SiteElement::Spipe;
+  const bool isSuperAgent = kind == SiteElement::SuperAgent;
+  const bool isFtp = kind == SiteElement::Ftp;
+  const bool isUnc = kind == SiteElement::Unc;
+  const bool isLocal = kind == SiteElement::Local;
   if (!(isHttp || isSpipe || isSuperAgent || isFtp || isUnc || isLocal)) return -1;
 
-  ChildValues children(element, kSiteChildren, sizeof(kSiteChildren) / sizeof(kSiteChildren[0]));
+  static const NarrowNames narrowSiteChildren(kSiteChildren, sizeof(kSiteChildren) / sizeof(kSiteChildren[0]));
+  ChildValues children(element, kSiteChildren, narrowSiteChildren);
+  const char* attributes[kSiteAttributeCount];
+  element.GetAttributesUtf8(kSiteAttributes, kSiteAttributeCount, attributes);
+  AString value;
 
   if (isHttp || isSpipe || isSuperAgent) {
     tag_HttpSite& site = *static_cast<tag_HttpSite*>(pBody);
+    // One port variable for the three splits, as the stream leaves it when a
+    // text after the colon holds no number.
     unsigned int port = 0;
-    CopyWStr(site.szSiteElement, element.GetName().c_str(), c_nameCapacity);
-    SplitOrDefault(element.GetAttribute(ZEL_XML_SITE_SERVER), host, port);
-    CopyWStr(site.szVersion, isSpipe ? element.GetAttribute(ZEL_XML_SITE_SERVER_VERSION).c_str() : L"",
-             c_nameCapacity);
-    if (isSuperAgent && element.GetAttribute(ZEL_XML_SITE_SERVER_FQDN, value)) SplitOrDefault(value, host, port);
-    CopyWStr(site.szServer, host.c_str(), c_nameCapacity);
+    FillField(*this, site.szSiteElement, element.GetNameUtf8(), c_nameCapacity);
+    FillField(*this, site.szVersion, isSpipe ? attributes[kVersion] : "", c_nameCapacity);
+    // A SuperAgent's ServerDNS, when it has one, replaces its Server.
+    const char* dns = isSuperAgent ? attributes[kServerDns] : nullptr;
+    if (dns) {
+      // The Server split still runs first: its port stays when the ServerDNS
+      // text after its colon holds no number.
+      std::wstring ignoredHost;
+      const char* server = attributes[kServer];
+      if (server && std::strchr(server, ':')) {
+        split_host_and_port(platform_detail::Utf8ToWide(server, std::strlen(server)), ignoredHost, port);
+      } else {
+        port = c_defaultHttpPort;
+      }
+      FillHostPort(*this, site.szServer, c_nameCapacity, dns, port);
+    } else {
+      FillHostPort(*this, site.szServer, c_nameCapacity, attributes[kServer], port);
+    }
     site.nPort = static_cast<int32_t>(port);
-    CopyWStr(site.szName, element.GetAttribute(ZEL_XML_SITE_NAME).c_str(), c_nameCapacity);
+    FillField(*this, site.szName, attributes[kName], c_nameCapacity);
 
-    SplitOrDefault(element.GetAttribute(ZEL_XML_SERVER_NETBIOS_NAME), host, port);
-    if (element.GetAttribute(ZEL_XML_SSL_PORT, value)) StreamExtractUnsigned(value, site.nSecurePort);
-    CopyWStr(site.szServerName, host.c_str(), c_serverNameCapacity);
+    if ((v = attributes[kSecurePort])) ExtractUnsignedUtf8(v, site.nSecurePort);
+    FillHostPort(*this, site.szServerName, c_serverNameCapacity, attributes[kServerName], port);
     site.nServerNamePort = static_cast<int32_t>(port);
 
-    SplitOrDefault(element.GetAttribute(ZEL_XML_SITE_SERVER_IP), host, port);
-    CopyWStr(site.szServerIP, host.c_str(), c_serverIPCapacity);
+    FillHostPort(*this, site.szServerIP, c_serverIPCapacity, attributes[kServerIp], port);
     site.nServerIPPort = static_cast<int32_t>(port);
 
-    if (children.Get(ZEL_XML_SITE_RELATIVEPATH, value)) CopyWStr(site.szRelativePath, value.c_str(), c_pathCapacity);
-    if (children.Get(ZEL_XML_HTTPSITE_USE_AUTH, value)) site.nUseAuth = Atoi(value);
-    if (children.Get(ZEL_XML_SITE_USER_NAME, value)) CopyWStr(site.szUserName, value.c_str(), c_nameCapacity);
+    if ((v = children.Utf8(ZEL_XML_SITE_RELATIVEPATH))) FillField(*this, site.szRelativePath, v, c_pathCapacity);
+    if ((v = children.Utf8(ZEL_XML_HTTPSITE_USE_AUTH))) site.nUseAuth = AtoiUtf8(v);
+    if ((v = children.Utf8(ZEL_XML_SITE_USER_NAME))) FillField(*this, site.szUserName, v, c_nameCapacity);
     if (children.Get(ZEL_XML_SITE_PASSWORD, value)) ReadPassword(value, site.szPassword, false);
     return 0;
   }
@@ -236,37 +278,36 @@ int CSitesHelper::FillSiteBody(const Element& element, void* pBody) {
   if (isFtp) {
     tag_FtpSite& site = *static_cast<tag_FtpSite*>(pBody);
     unsigned int port = 0;
-    SplitOrDefault(element.GetAttribute(ZEL_XML_SITE_SERVER), host, port);
-    CopyWStr(site.szServer, host.c_str(), c_nameCapacity);
+    FillHostPort(*this, site.szServer, c_nameCapacity, attributes[kServer], port);
     site.nPort = static_cast<int32_t>(port);
-    if (element.GetAttribute(ZEL_XML_SSL_PORT, value)) StreamExtractUnsigned(value, site.nSecurePort);
-    CopyWStr(site.szName, element.GetAttribute(ZEL_XML_SITE_NAME).c_str(), c_nameCapacity);
-    if (children.Get(ZEL_XML_SITE_RELATIVEPATH, value)) CopyWStr(site.szRelativePath, value.c_str(), c_pathCapacity);
-    if (children.Get(ZEL_XML_SITE_USER_NAME, value)) CopyWStr(site.szUserName, value.c_str(), c_nameCapacity);
+    if ((v = attributes[kSecurePort])) ExtractUnsignedUtf8(v, site.nSecurePort);
+    FillField(*this, site.szName, attributes[kName], c_nameCapacity);
+    if ((v = children.Utf8(ZEL_XML_SITE_RELATIVEPATH))) FillField(*this, site.szRelativePath, v, c_pathCapacity);
+    if ((v = children.Utf8(ZEL_XML_SITE_USER_NAME))) FillField(*this, site.szUserName, v, c_nameCapacity);
     if (children.Get(ZEL_XML_SITE_PASSWORD, value)) ReadPassword(value, site.szPassword, false);
     return 0;
   }
 
   if (isUnc) {
     tag_UncSite& site = *static_cast<tag_UncSite*>(pBody);
-    CopyWStr(site.szServer, element.GetAttribute(ZEL_XML_SITE_SERVER).c_str(), c_nameCapacity);
-    CopyWStr(site.szName, element.GetAttribute(ZEL_XML_SITE_NAME).c_str(), c_nameCapacity);
-    if (children.Get(ZEL_XML_SITE_RELATIVEPATH, value)) CopyWStr(site.szRelativePath, value.c_str(), c_pathCapacity);
-    if (children.Get(ZEL_XML_UNCSITE_SHARENAME, value)) CopyWStr(site.szShareName, value.c_str(), c_nameCapacity);
-    if (children.Get(ZEL_XML_SITE_DOMAIN_NAME, value)) CopyWStr(site.szDomainName, value.c_str(), c_nameCapacity);
-    if (children.Get(ZEL_XML_SITE_USER_NAME, value)) CopyWStr(site.szUserName, value.c_str(), c_nameCapacity);
+    FillField(*this, site.szServer, attributes[kServer], c_nameCapacity);
+    FillField(*this, site.szName, attributes[kName], c_nameCapacity);
+    if ((v = children.Utf8(ZEL_XML_SITE_RELATIVEPATH))) FillField(*this, site.szRelativePath, v, c_pathCapacity);
+    if ((v = children.Utf8(ZEL_XML_UNCSITE_SHARENAME))) FillField(*this, site.szShareName, v, c_nameCapacity);
+    if ((v = children.Utf8(ZEL_XML_SITE_DOMAIN_NAME))) FillField(*this, site.szDomainName, v, c_nameCapacity);
+    if ((v = children.Utf8(ZEL_XML_SITE_USER_NAME))) FillField(*this, site.szUserName, v, c_nameCapacity);
     if (children.Get(ZEL_XML_SITE_PASSWORD, value)) ReadPassword(value, site.szPassword, false);
-    if (children.Get(ZEL_XML_UNCSITE_USE_LOGON_USER_ACCOUNT, value)) site.nUseLoggedonUserAccount = Atoi(value);
+    if ((v = children.Utf8(ZEL_XML_UNCSITE_USE_LOGON_USER_ACCOUNT))) site.nUseLoggedonUserAccount = AtoiUtf8(v);
     return 0;
   }
 
   tag_LocalSite& site = *static_cast<tag_LocalSite*>(pBody);
-  CopyWStr(site.szName, element.GetAttribute(ZEL_XML_SITE_NAME).c_str(), c_nameCapacity);
-  if (children.Get(ZEL_XML_SITE_DOMAIN_NAME, value)) CopyWStr(site.szDomainName, value.c_str(), c_nameCapacity);
-  if (children.Get(ZEL_XML_SITE_USER_NAME, value)) CopyWStr(site.szUserName, value.c_str(), c_nameCapacity);
+  FillField(*this, site.szName, attributes[kName], c_nameCapacity);
+  if ((v = children.Utf8(ZEL_XML_SITE_DOMAIN_NAME))) FillField(*this, site.szDomainName, v, c_nameCapacity);
+  if ((v = children.Utf8(ZEL_XML_SITE_USER_NAME))) FillField(*this, site.szUserName, v, c_nameCapacity);
   if (children.Get(ZEL_XML_SITE_PASSWORD, value)) ReadPassword(value, site.szPassword, false);
-  if (children.Get(ZEL_XML_UNCSITE_USE_LOGON_USER_ACCOUNT, value)) site.nUseLoggedonUserAccount = Atoi(value);
-  if (children.Get(ZEL_XML_SITE_RELATIVEPATH, value)) CopyWStr(site.szRelativePath, value.c_str(), c_pathCapacity);
+  if ((v = children.Utf8(ZEL_XML_UNCSITE_USE_LOGON_USER_ACCOUNT))) site.nUseLoggedonUserAccount = AtoiUtf8(v);
+  if ((v = children.Utf8(ZEL_XML_SITE_RELATIVEPATH))) FillField(*this, site.szRelativePath, v, c_pathCapacity);
   return 0;
 }
 

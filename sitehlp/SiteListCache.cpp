@@ -32,7 +32,10 @@ int CSitesHelper::SmartReadSiteList(const std::wstring& path, tag_Site** ppSiteL
       logError(c_component, L"Unable to read from SiteList file, error hr=" + std::to_wstring(result));
     }
   } else {
-    logDetail(c_component, L"Reading from memory" + std::to_wstring(m_iChange));
+    // The hit is the hot path: the message is only built when detail lines
+    // are wanted.
+    if (port::LogEnabled(port::LogLevel::Detail))
+      logDetail(c_component, L"Reading from memory" + std::to_wstring(m_iChange));
     *ppSiteList = m_pSiteList;
   }
   lock.unlock();

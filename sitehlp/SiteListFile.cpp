@@ -24,4 +24,17 @@ bool ReadSiteListText(const std::wstring& path, AString& text) {
   return true;
 }
 
+bool ReadSiteListUtf8(const std::wstring& path, AdvXMLParser::Utf8Text& text) {
+  InterProcessReadLock lock(c_siteListLock);
+  if (!LockOrLog(lock)) return false;
+  try {
+    AdvXMLParser::ReadUtf8FromFile(path, text);
+  } catch (...) {
+    lock.unlock();
+    return false;
+  }
+  lock.unlock();
+  return true;
+}
+
 }  // namespace sitehlp

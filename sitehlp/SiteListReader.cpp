@@ -9,7 +9,9 @@
 #include "port/strings/Strings.h"
 #include "port/xml/AdvXMLParser.h"
 #include "sitehlp/Component.h"
+#include "sitehlp/FieldFill.h"
 #include "sitehlp/Numbers.h"
+#include "sitehlp/SchemaNames.h"
 #include "sitehlp/SiteBodies.h"
 #include "sitehlp/SiteListFile.h"
 #include "sitehlp/SitesHelper.h"
@@ -38,21 +40,19 @@ int CSitesHelper::ReadSitesOfSiteList(const Element& siteList, tag_Site** ppHead
   tag_Site* tail = nullptr;
   try {
   for (Element child : siteList.Children()) {
-    const bool isProxyList = child.HasName(ZEL_XML_PROXY_CONFIG_LIST);
-    const bool isHttpFamily = child.HasName(ZEL_XML_SITELIST_HTTP_SITE) ||
-                              child.HasName(ZEL_XML_SITELIST_SPIPE_SITE) ||
-                              child.HasName(ZEL_XML_SITELIST_SUPERAGENT_SITE);
+    // The element's name is read and compared once (SchemaNames.h).
+    const SiteElement element = SiteElementOf(child);
     int kind = -1;
-    if (isProxyList)
-      kind = SITE_TYPE_PROXY;
-    else if (isHttpFamily)
-      kind = SITE_TYPE_HTTP;
-    else if (child.HasName(ZEL_XML_SITELIST_FTP_SITE))
-      kind = SITE_TYPE_FTP;
-    else if (child.HasName(ZEL_XML_SITELIST_UNC_SITE))
-      kind = SITE_TYPE_UNC;
-    else if (child.HasName(ZEL_XML_SITELIST_LOCAL_SITE))
-      kind = SITE_TYPE_LOCAL;
+    switch (element) {
+      case SiteElement::ProxyConfigList: kind = SITE_TYPE_PROXY; break;
+      case SiteElement::Http:
+      case SiteElement::Spipe:
+      case SiteElement::SuperAgent: kind = SITE_TYPE_HTTP; break;
+      case SiteElement::Ftp: kind = SITE_TYPE_FTP; break;
+      case SiteElement::Unc: kind = SITE_TYPE_UNC; break;
+      case SiteElement::Local: kind = SITE_TYPE_LOCAL; break;
+      default: break;
+    }
     if (bSitesOnly && (kind < 0 || kind == SITE_TYPE_PROXY)) continue;
 
     tag_Site* site = NewRecord();
@@ -66,13 +66,18 @@ int CSitesHelper::ReadSitesOfSiteList(const Element& siteList, tag_Site** ppHead
       head = site;
     tail = site;
 
-    const AString type = child.GetAttribute(ZEL_XML_SITE_TYPE);
-    CopyWStr(site->szType, type.c_str(), c_nameCapacity);
+    // Straight from the tree's UTF-8 into the record (FieldFill.h), the four
+    // header attributes found in one pass.
+    static const wchar_t* const kHeader[] = {ZEL_XML_SITE_TYPE, ZEL_XML_SITE_ENABLED, ZEL_XML_SITE_LOCAL,
+                                             ZEL_XML_SITE_ORDER};
+    const char* header[4];
+    child.GetAttributesUtf8(kHeader, 4, header);
+    FillField(*this, site->szType, header[0], c_nameCapacity);
     site->bMirror = wcsicmp(site->szType, STR_SITE_TYPE_MIRROR) == 0;
-    site->bEnabled = Atoi(child.GetAttribute(ZEL_XML_SITE_ENABLED)) != 0;
-    site->bLocal = Atoi(child.GetAttribute(ZEL_XML_SITE_LOCAL)) != 0;
-    const AString order = child.GetAttribute(ZEL_XML_SITE_ORDER);
-    if (!order.empty()) site->nOrder = Atoi(order);
+    site->bEnabled = AtoiUtf8(header[1]) != 0;
+    site->bLocal = AtoiUtf8(header[2]) != 0;
+    const char* order = header[3];
+    if (order && *order) site->nOrder = AtoiUtf8(order);
     if (wcsicmp(site->szType, L"fallback") == 0) site->nOrder = 0;
 
     if (kind < 0) continue;  // unknown element: header only, zero body
@@ -95,8 +100,7 @@ int CSitesHelper::ReadSitesOfSiteList(const Element& siteList, tag_Site** ppHead
       continue;
     }
     if (kind == SITE_TYPE_HTTP)
-      site->bSpipeOrSuperAgent =
-          child.HasName(ZEL_XML_SITELIST_SPIPE_SITE) || child.HasName(ZEL_XML_SITELIST_SUPERAGENT_SITE);
+      site->bSpipeOrSuperAgent = element == SiteElement::Spipe || element == SiteElement::SuperAgent;
     ADetailTrace trace(c_component, L"Reading site from SiteList");
     result = FillSiteBody(child, &site->httpSite);
   }
@@ -115,16 +119,17 @@ int CSitesHelper::ReadSiteList(const std::wstring& path, tag_Site** ppSiteList) 
   if (m_currentPath.empty()) return -2;
   if (!SiteListFileExists(m_currentPath)) return -4;
 
-  AString text;
-  if (!ReadSiteListText(m_currentPath, text)) return -10;
+  // The file's UTF-8 is parsed in place: no wide copy of it is made, which
+  // saves two passes over the text and keeps the peak memory of a read at
+  // the file's bytes, the tree and the records.
+  AdvXMLParser::Utf8Text text;
+  if (!ReadSiteListUtf8(m_currentPath, text)) return -10;
 
   int result = 0;
   tag_Site* head = nullptr;
   try {
     AdvXMLParser::Parser parser;
-    boost::scoped_ptr<AdvXMLParser::Document> document(parser.Parse(text.c_str(), text.size()));
-    text.clear();
-    text.shrink_to_fit();  // the text is not needed once parsed
+    boost::scoped_ptr<AdvXMLParser::Document> document(parser.Parse(text, AdvXMLParser::Parser::ReadingOnly));
     for (Element child : document->GetRoot().Children()) {
       if (child.HasName(ZEL_XML_SITELIST)) {
         // Only one SiteList is expected; a later one replaces the list read

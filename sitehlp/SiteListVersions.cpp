@@ -12,15 +12,17 @@ namespace sitehlp {
 
 namespace {
 
-// Reads and parses path; NULL when it cannot be read or parsed. The text
-// starts as "invalid" so that a read that delivers nothing fails to parse
-// rather than yielding versions of nothing.
+// Reads and parses path; NULL when it cannot be read or parsed. A failed
+// read reports failure at once rather than parsing a stand-in text. The file
+// is parsed from its UTF-8 bytes in place into a read-only tree: the parse is
+// this query's whole cost, and a wide copy of the file would add two passes
+// over it.
 AdvXMLParser::Document* LoadRootDocument(const std::wstring& path) {
-  AString text(L"invalid");
-  if (!ReadSiteListText(path, text)) return nullptr;
+  AdvXMLParser::Utf8Text text;
+  if (!ReadSiteListUtf8(path, text)) return nullptr;
   try {
     AdvXMLParser::Parser parser;
-    return parser.Parse(text.c_str(), text.size());
+    return parser.Parse(text, AdvXMLParser::Parser::ReadingOnly);
   } catch (const AdvXMLParser::Exception&) {
     return nullptr;
   }

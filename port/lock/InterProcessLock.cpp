@@ -22,6 +22,8 @@
 
 #include <algorithm>
 #include <chrono>
+#include <mutex>
+#include <set>
 #include <thread>
 
 #include "platform/AString.h"
@@ -39,6 +41,17 @@ void CloseKeepErrno(int fd) {
   errno = saved;
 }
 
+// Lock files whose mode this process has already checked. A lock file is
+// never deleted, so once checked it keeps its mode: every later lock of it
+// saves the fstat (a lock is a handful of system calls, and the cache hit of
+// the site list is little more than one lock).
+bool FirstOpenOf(const std::string& path) {
+  static std::mutex mutex;
+  static std::set<std::string> checked;
+  std::lock_guard<std::mutex> guard(mutex);
+  return checked.insert(path).second;
+}
+
 // Opens (creating if needed) the lock file, and its directory when missing.
 int OpenLockFile(const std::string& name) {
   const std::string dir = port::LockDirectory();
@@ -51,7 +64,8 @@ int OpenLockFile(const std::string& name) {
   // Agent processes of other users must be able to open the file read-write
   // to lock it: undo the umask on a lock file we own.
   struct stat st {};
-  if (fd >= 0 && port::Sys().fstat(fd, &st) == 0 && st.st_uid == geteuid() && (st.st_mode & 0666) != 0666)
+  if (fd >= 0 && FirstOpenOf(path) && port::Sys().fstat(fd, &st) == 0 && st.st_uid == geteuid() &&
+      (st.st_mode & 0666) != 0666)
     port::Sys().fchmod(fd, 0666);
   return fd;
 }

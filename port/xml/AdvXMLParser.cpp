@@ -174,6 +174,43 @@ inline bool NarrowAscii16(const wchar_t* s, char* d) {
 #endif
 }
 
+// The UTF-8 of a wide name or value for the builder, in a buffer on the
+// stack when it fits (every name and nearly every value of a site list
+// does), so that building a document makes no temporary string per call.
+// One pass, no length first: the values are short, and measuring them cost
+// as much as narrowing them. The bytes are ToUtf8's.
+class NarrowText {
+ public:
+  explicit NarrowText(const wchar_t* s) {
+    if (!s) s = L"";
+    char* d = m_stack;
+    // Any kLimit characters fit, at four bytes each at most.
+    constexpr std::size_t kLimit = (sizeof m_stack - 1) / 4;
+    for (std::size_t i = 0; i < kLimit; ++i) {
+      const std::uint32_t c = static_cast<std::uint32_t>(s[i]);
+      if (c == 0) {
+        *d = '\0';
+        m_p = m_stack;
+        return;
+      }
+      if (c < 0x80)
+        *d++ = static_cast<char>(c);
+      else
+        PutMulti(d, c);
+    }
+    m_heap = ToUtf8(s);  // longer: the general path
+    m_p = m_heap.c_str();
+  }
+  NarrowText(const NarrowText&) = delete;
+  NarrowText& operator=(const NarrowText&) = delete;
+  const char* c_str() const { return m_p; }
+
+ private:
+  char m_stack[512];
+  std::string m_heap;
+  const char* m_p;
+};
+
 // Encodes wide text into a NUL-terminated buffer from pugixml's allocator,
 // which the parser then takes over without copying. The buffer is sized for
 // mostly-ASCII text so that the usual document is encoded in one pass; text
@@ -270,7 +307,7 @@ Element Named(pugi::xml_node parent, pugi::xml_node child, const wchar_t* name) 
   if (!child) return Element();
   bool ok = false;
   try {
-    ok = child.set_name(ToUtf8(name).c_str());
+    ok = child.set_name(NarrowText(name).c_str());
   } catch (const std::bad_alloc&) {
   }
   if (!ok) {
@@ -294,6 +331,8 @@ class StringWriter : public pugi::xml_writer {
 // ---- Node -------------------------------------------------------------------
 
 AString Node::GetName() const { return ToWide(ToNode(m_ref).name()); }
+
+const char* Node::GetNameUtf8() const { return ToNode(m_ref).name(); }
 
 bool Node::HasName(const wchar_t* name) const { return m_ref && EqualsWide(ToNode(m_ref).name(), name); }
 
@@ -324,6 +363,52 @@ bool Element::GetAttribute(const wchar_t* name, AString& value) const {
 bool Element::HasAttribute(const wchar_t* name) const { return static_cast<bool>(FindAttribute(m_ref, name)); }
 
 AString Element::GetValue() const { return ToWide(ToNode(m_ref).child_value()); }
+
+const char* Element::GetAttributeUtf8(const wchar_t* name) const {
+  const pugi::xml_attribute a = FindAttribute(m_ref, name);
+  return a ? a.value() : nullptr;
+}
+
+const char* Element::GetValueUtf8() const { return ToNode(m_ref).child_value(); }
+
+// A reader wants most attributes of a site element: one walk over them
+// costs a fraction of one search per name.
+void Element::GetAttributesUtf8(const wchar_t* const* names, std::size_t count, const char** values) const {
+  for (std::size_t i = 0; i < count; ++i) values[i] = nullptr;
+  for (pugi::xml_attribute a = ToNode(m_ref).first_attribute(); a; a = a.next_attribute()) {
+    const char* name = a.name();
+    const unsigned first = static_cast<unsigned char>(*name);
+    for (std::size_t i = 0; i < count; ++i) {
+      // An ASCII first character can only match the same byte: most names
+      // are told apart here without decoding.
+      const std::uint32_t wanted = static_cast<std::uint32_t>(names[i] ? names[i][0] : 0);
+      if (wanted < 0x80 && wanted != first) continue;
+      if (!values[i] && EqualsWide(name, names[i])) {
+        values[i] = a.value();
+        break;
+      }
+    }
+  }
+}
+
+// Readers fill fixed-capacity record fields straight from the tree: no wide
+// string is made (and freed) per value. The decoding is ToWide's.
+bool DecodeUtf8Into(const char* utf8, wchar_t* dst, std::size_t capacity, std::size_t& length) {
+  if (!dst || capacity == 0) return false;
+  const unsigned char* p = reinterpret_cast<const unsigned char*>(utf8 ? utf8 : "");
+  wchar_t* d = dst;
+  wchar_t* const last = dst + capacity - 1;  // room for the terminator
+  while (*p) {
+    if (d == last) return false;
+    if (*p < 0x80)
+      *d++ = static_cast<wchar_t>(*p++);
+    else
+      p = DecodeMulti(p, *d++);
+  }
+  *d = L'\0';
+  length = static_cast<std::size_t>(d - dst);
+  return true;
+}
 
 Element Element::GetElement(const wchar_t* name, int index) const {
   if (index < 0) return Element();
@@ -364,13 +449,33 @@ Element Element::InsertElementAfter(const wchar_t* name, const Element& sibling)
 bool Element::SetAttribute(const wchar_t* name, const wchar_t* value) {
   if (!m_ref || BadName(name)) return false;
   try {
-    const std::string utf8Value = ToUtf8(value);
+    const NarrowText utf8Value(value);
     pugi::xml_attribute a = FindAttribute(m_ref, name);
     if (a) return a.set_value(utf8Value.c_str());  // in place: keeps its position
     pugi::xml_node self = ToNode(m_ref);
     a = self.append_attribute("");  // named below, where a failure shows
     if (!a) return false;
-    if (!a.set_name(ToUtf8(name).c_str()) || !a.set_value(utf8Value.c_str())) {
+    if (!a.set_name(NarrowText(name).c_str()) || !a.set_value(utf8Value.c_str())) {
+      self.remove_attribute(a);
+      return false;
+    }
+    return true;
+  } catch (const std::bad_alloc&) {
+    return false;
+  }
+}
+
+// SetAttribute without the search for an attribute to replace: a writer
+// filling a new element knows none is there, and the search made building a
+// site element quadratic in its attributes.
+bool Element::AppendAttribute(const wchar_t* name, const wchar_t* value) {
+  if (!m_ref || BadName(name)) return false;
+  try {
+    const NarrowText utf8Value(value);
+    pugi::xml_node self = ToNode(m_ref);
+    pugi::xml_attribute a = self.append_attribute("");  // named below, where a failure shows
+    if (!a) return false;
+    if (!a.set_name(NarrowText(name).c_str()) || !a.set_value(utf8Value.c_str())) {
       self.remove_attribute(a);
       return false;
     }
@@ -385,7 +490,7 @@ bool Element::SetValue(const wchar_t* text) {
   try {
     // xml_text works on the same first text/CDATA child GetValue reads, and
     // appends a text child when there is none.
-    return ToNode(m_ref).text().set(ToUtf8(text).c_str());
+    return ToNode(m_ref).text().set(NarrowText(text).c_str());
   } catch (const std::bad_alloc&) {
     return false;
   }
@@ -464,6 +569,58 @@ Document* Parser::Parse(const wchar_t* text, std::size_t length) {
     // whose copy it terminates the same way.
     const pugi::xml_parse_result result =
         document->m_impl->doc.load_buffer_inplace_own(buffer, size, kParseOptions, pugi::encoding_utf8);
+    CheckResult(result, document->m_impl->doc);
+    return document.release();
+  } catch (const std::bad_alloc&) {
+    throw ReadWriteException(ENOMEM, "out of memory parsing XML");
+  }
+}
+
+Utf8Text::~Utf8Text() {
+  if (m_p) pugi::get_memory_deallocation_function()(m_p);
+}
+
+Utf8Text::Utf8Text(Utf8Text&& other) noexcept : m_p(other.m_p), m_size(other.m_size) {
+  other.m_p = nullptr;
+  other.m_size = 0;
+}
+
+Utf8Text& Utf8Text::operator=(Utf8Text&& other) noexcept {
+  if (this != &other) {
+    if (m_p) pugi::get_memory_deallocation_function()(m_p);
+    m_p = other.m_p;
+    m_size = other.m_size;
+    other.m_p = nullptr;
+    other.m_size = 0;
+  }
+  return *this;
+}
+
+// The bytes Parse(const wchar_t*, ...) would have made from the wide form of
+// this text are exactly these, so pugixml sees the same buffer (NUL counted)
+// and reports the same results and offsets, without the round trip.
+Document* Parser::Parse(Utf8Text& text, Use use) {
+  const unsigned options = use == ReadingOnly ? kParseOptions | pugi::parse_embed_pcdata : kParseOptions;
+  char* buffer = text.m_p;
+  std::size_t size = text.m_size + 1;
+  text.m_p = nullptr;
+  text.m_size = 0;
+  try {
+    std::unique_ptr<Document> document;
+    try {
+      document.reset(new Document);
+    } catch (...) {
+      if (buffer) pugi::get_memory_deallocation_function()(buffer);
+      throw;
+    }
+    if (!buffer) {
+      buffer = static_cast<char*>(pugi::get_memory_allocation_function()(1));
+      if (!buffer) throw ReadWriteException(ENOMEM, "out of memory parsing XML");
+      buffer[0] = '\0';
+      size = 1;
+    }
+    const pugi::xml_parse_result result =
+        document->m_impl->doc.load_buffer_inplace_own(buffer, size, options, pugi::encoding_utf8);
     CheckResult(result, document->m_impl->doc);
     return document.release();
   } catch (const std::bad_alloc&) {

@@ -16,6 +16,8 @@
 #include <emmintrin.h>
 #endif
 
+#include <pugixml.hpp>
+
 #include "port/fs/SafeWrite.h"
 #include "port/fs/SysCalls.h"
 #include "port/xml/AdvXMLParser.h"
@@ -174,6 +176,96 @@ bool StartsWith(const unsigned char* bytes, std::size_t size, const char* bom, s
   return size >= bomSize && std::memcmp(bytes, bom, bomSize) == 0;
 }
 
+// True when all 64 bytes are ASCII: one test per cache line of text.
+inline bool Ascii64(const unsigned char* p) {
+#if defined(__SSE2__)
+  const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+  const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 16));
+  const __m128i c = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 32));
+  const __m128i d = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 48));
+  return _mm_movemask_epi8(_mm_or_si128(_mm_or_si128(a, b), _mm_or_si128(c, d))) == 0;
+#else
+  std::uint64_t words[8];
+  std::memcpy(words, p, 64);
+  std::uint64_t any = 0;
+  for (std::uint64_t w : words) any |= w;
+  return (any & 0x8080808080808080ull) == 0;
+#endif
+}
+
+// Checks UTF-8 by exactly DecodeUtf8's rules (same faults, same offsets in
+// the message) without decoding it.
+void CheckUtf8(const unsigned char* p, std::size_t n, std::size_t base) {
+  const unsigned char* const begin = p;
+  const unsigned char* const end = p + n;
+  while (p < end) {
+    while (end - p >= 64 && Ascii64(p)) p += 64;
+    if (p == end) break;
+    const unsigned c = *p;
+    if (c < 0x80) {
+      ++p;
+      continue;
+    }
+    std::ptrdiff_t len;
+    std::uint32_t cp;
+    std::uint32_t min;
+    if (c >= 0xC2 && c <= 0xDF) {
+      len = 2, cp = c & 0x1F, min = 0x80;
+    } else if (c >= 0xE0 && c <= 0xEF) {
+      len = 3, cp = c & 0x0F, min = 0x800;
+    } else if (c >= 0xF0 && c <= 0xF4) {
+      len = 4, cp = c & 0x07, min = 0x10000;
+    } else {
+      ThrowBadText("UTF-8", base + static_cast<std::size_t>(p - begin));
+    }
+    if (end - p < len) ThrowBadText("UTF-8", base + static_cast<std::size_t>(p - begin));
+    for (std::ptrdiff_t k = 1; k < len; ++k) {
+      const unsigned cc = p[k];
+      if ((cc & 0xC0) != 0x80) ThrowBadText("UTF-8", base + static_cast<std::size_t>(p - begin));
+      cp = (cp << 6) | (cc & 0x3F);
+    }
+    if (cp < min || cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF))
+      ThrowBadText("UTF-8", base + static_cast<std::size_t>(p - begin));
+    p += len;
+  }
+}
+
+// A buffer from pugixml's allocator, so that the parser can take it over.
+class ParserBuffer {
+ public:
+  ParserBuffer() = default;
+  ~ParserBuffer() {
+    if (m_p) pugi::get_memory_deallocation_function()(m_p);
+  }
+  ParserBuffer(const ParserBuffer&) = delete;
+  ParserBuffer& operator=(const ParserBuffer&) = delete;
+  // Grows to capacity bytes, keeping the first used ones; false when memory
+  // runs out.
+  bool reserve(std::size_t capacity, std::size_t used) {
+    char* p = static_cast<char*>(pugi::get_memory_allocation_function()(capacity));
+    if (!p) return false;
+    if (m_p) {
+      std::memcpy(p, m_p, used);
+      pugi::get_memory_deallocation_function()(m_p);
+    }
+    m_p = p;
+    m_capacity = capacity;
+    return true;
+  }
+  char* data() const { return m_p; }
+  std::size_t capacity() const { return m_capacity; }
+  char* release() {
+    char* p = m_p;
+    m_p = nullptr;
+    m_capacity = 0;
+    return p;
+  }
+
+ private:
+  char* m_p = nullptr;
+  std::size_t m_capacity = 0;
+};
+
 }  // namespace
 
 void ConvertBufferToUnicode(const unsigned char* bytes, std::size_t size, AString& text, UTF_ENCODINGS& encoding) {
@@ -255,6 +347,75 @@ void ReadBufferFromFile(const AString& path, AString& text, UTF_ENCODINGS& encod
   if (filter) filter(decoded);
   text.swap(decoded);
   encoding = found;
+}
+
+// The reading of ReadBufferFromFile, into a buffer the parser takes over.
+// A UTF-8 file (with or without its byte order mark) is checked and kept as
+// it is: widening it only to narrow it again for the parser would cost two
+// passes and a buffer four times the file's size.
+void ReadUtf8FromFile(const AString& path, Utf8Text& text) {
+  const ACharString narrow(path);
+  const int fd = port::Sys().open(narrow.c_str(), O_RDONLY | O_CLOEXEC, 0);
+  if (fd < 0) ThrowIo(LastError(), "cannot open", narrow);
+  Descriptor guard(fd);
+
+  struct stat st {};
+  if (port::Sys().fstat(fd, &st) != 0) ThrowIo(LastError(), "cannot stat", narrow);
+  if (S_ISDIR(st.st_mode)) ThrowIo(EISDIR, "cannot read", narrow);
+  if (!S_ISREG(st.st_mode)) ThrowIo(EINVAL, "not a regular file:", narrow);
+
+  // One byte more than the size, so the end is normally seen without a
+  // second allocation; it also holds the terminating NUL the parser wants.
+  ParserBuffer bytes;
+  std::size_t used = 0;
+  for (;;) {
+    if (bytes.capacity() == 0 || used == bytes.capacity()) {
+      const std::size_t want = bytes.capacity() == 0 ? static_cast<std::size_t>(st.st_size) + 1 : bytes.capacity() * 2;
+      if (want <= used || !bytes.reserve(want, used)) ThrowIo(ENOMEM, "cannot read", narrow);
+    }
+    const ssize_t got = port::Sys().read(fd, bytes.data() + used, bytes.capacity() - used);
+    if (got < 0) {
+      if (errno == EINTR) continue;
+      ThrowIo(LastError(), "cannot read", narrow);
+    }
+    if (got == 0) break;
+    used += static_cast<std::size_t>(got);
+  }
+  if (used == bytes.capacity() && !bytes.reserve(used + 1, used)) ThrowIo(ENOMEM, "cannot read", narrow);
+
+  const unsigned char* raw = reinterpret_cast<const unsigned char*>(bytes.data());
+  const bool utf8Mark = StartsWith(raw, used, "\xEF\xBB\xBF", 3);
+  const bool otherMark = !utf8Mark && (StartsWith(raw, used, "\xFF\xFE", 2) || StartsWith(raw, used, "\xFE\xFF", 2) ||
+                                       StartsWith(raw, used, "\x00\x00\xFE\xFF", 4));
+  if (otherMark) {
+    // UTF-16 or UTF-32: decoded strictly as ReadBufferFromFile does, then
+    // encoded for the parser.
+    AString wide;
+    UTF_ENCODINGS found = UTF_8;
+    ConvertBufferToUnicode(raw, used, wide, found);
+    std::string utf8;
+    try {
+      utf8 = platform_detail::WideToUtf8(wide.data(), wide.size());
+    } catch (const std::bad_alloc&) {
+      throw ReadWriteException(ENOMEM, "out of memory decoding text");
+    }
+    ParserBuffer converted;
+    if (!converted.reserve(utf8.size() + 1, 0)) throw ReadWriteException(ENOMEM, "out of memory decoding text");
+    std::memcpy(converted.data(), utf8.data(), utf8.size());
+    converted.data()[utf8.size()] = '\0';
+    text = Utf8Text();
+    text.m_size = utf8.size();
+    text.m_p = converted.release();
+    return;
+  }
+  const std::size_t skip = utf8Mark ? 3 : 0;
+  CheckUtf8(raw + skip, used - skip, skip);
+  if (skip) std::memmove(bytes.data(), bytes.data() + skip, used - skip);
+  used -= skip;
+  bytes.data()[used] = '\0';
+  text = Utf8Text();
+  text.m_size = used;
+  text.m_p = bytes.release();
 }
 
 void WriteBufferToFile(const AString& path, const AString& text, UTF_ENCODINGS encoding,
