@@ -1,4 +1,5 @@
-// Reading a site list file's text under the shared "SiteListLock".
+// Existence of a site list file, and reading its text under the shared
+// "SiteListLock".
 #ifndef VLM_SITEHLP_SITELISTFILE_H
 #define VLM_SITEHLP_SITELISTFILE_H
 
@@ -9,16 +10,14 @@
 
 namespace sitehlp {
 
-// True when path exists (existence test on its narrow form).
+// True when path names an existing file (a symbolic link is followed).
 bool SiteListFileExists(const std::wstring& path);
 
-// Reads the whole file into text under the shared "SiteListLock", released as
-// soon as the text is in memory (also when reading fails). False when the
-// lock cannot be had (logged) or the file cannot be read or decoded.
-bool ReadSiteListText(const std::wstring& path, AString& text);
-
-// The same, delivering the text as UTF-8 for Parser::Parse(Utf8Text&): the
-// reading the reader and the queries use, with no wide copy of the file.
+// Reads the whole file as UTF-8 (decoded from any Unicode encoding) for
+// Parser::Parse(Utf8Text&), under the shared "SiteListLock", released as soon
+// as the text is in memory (also when reading fails). False when the lock
+// cannot be had (logged) or the file cannot be read or decoded. No wide copy
+// of the file is made.
 bool ReadSiteListUtf8(const std::wstring& path, AdvXMLParser::Utf8Text& text);
 
 }  // namespace sitehlp

@@ -112,6 +112,22 @@ int CSitesHelper::ReadSitesOfSiteList(const Element& siteList, tag_Site** ppHead
   return result;
 }
 
+int CSitesHelper::ReadSiteListRoot(const Element& root, tag_Site** ppHead) {
+  int result = 0;
+  for (Element child : root.Children()) {
+    if (child.HasName(ZEL_XML_SITELIST)) {
+      // Only one SiteList is expected; a later one replaces the list read
+      // from an earlier one.
+      FreeSiteListMemory(*ppHead);
+      *ppHead = nullptr;
+      result = ReadSitesOfSiteList(child, ppHead, false);
+    } else if (child.HasName(ZEL_XML_POLICIES)) {
+      ReadPolicies(child);
+    }
+  }
+  return result;
+}
+
 int CSitesHelper::ReadSiteList(const std::wstring& path, tag_Site** ppSiteList) {
   ADetailTrace trace(c_component, L"Reading Sitelist");
   if (!ppSiteList) return -2;
@@ -130,17 +146,7 @@ int CSitesHelper::ReadSiteList(const std::wstring& path, tag_Site** ppSiteList) 
   try {
     AdvXMLParser::Parser parser;
     boost::scoped_ptr<AdvXMLParser::Document> document(parser.Parse(text, AdvXMLParser::Parser::ReadingOnly));
-    for (Element child : document->GetRoot().Children()) {
-      if (child.HasName(ZEL_XML_SITELIST)) {
-        // Only one SiteList is expected; a later one replaces the list read
-        // from an earlier one.
-        FreeSiteListMemory(head);
-        head = nullptr;
-        result = ReadSitesOfSiteList(child, &head, false);
-      } else if (child.HasName(ZEL_XML_POLICIES)) {
-        ReadPolicies(child);
-      }
-    }
+    result = ReadSiteListRoot(document->GetRoot(), &head);
   } catch (const AdvXMLParser::ParsingException&) {
     result = -5;
   } catch (const AdvXMLParser::ReadWriteException& e) {

@@ -370,6 +370,10 @@ class VLM_EXPORT CSitesHelper {
   // the reader does; bSitesOnly drops every child that is not one of the six
   // site elements (proxy lists included). Returns the last body's result.
   VLM_HIDDEN int ReadSitesOfSiteList(const AdvXMLParser::Element& siteList, tag_Site** ppHead, bool bSitesOnly);
+  // Reads the SiteList (the last one wins) and Policies children of a site
+  // list document's root; parser exceptions pass through. Returns the last
+  // body's result (0 without sites).
+  VLM_HIDDEN int ReadSiteListRoot(const AdvXMLParser::Element& root, tag_Site** ppHead);
   // Stores the Setting children of a Policies element as policy settings.
   VLM_HIDDEN void ReadPolicies(const AdvXMLParser::Element& policies);
   // Fills a zeroed body of the element's kind; 0, or -1 for no site element.

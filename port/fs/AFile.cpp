@@ -62,9 +62,9 @@ bool ReadRegularFile(const std::string& path, std::vector<unsigned char>& out, m
 }  // namespace
 
 bool AFile::exists(const AString& path) {
-  // lstat: a dangling symbolic link is still a file that is there.
-  struct stat st {};
-  return port::Sys().lstat(ACharString(path).c_str(), &st) == 0;
+  // access follows a symbolic link: a dangling one names no file, so a site
+  // list behind it is "missing", not "unreadable".
+  return port::Sys().access(ACharString(path).c_str(), F_OK) == 0;
 }
 
 bool AFile::read(const AString& path, ABuffer& contents) {

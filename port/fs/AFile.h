@@ -13,7 +13,8 @@
 
 class AFile {
  public:
-  // True when path exists (any kind of file).
+  // True when path names an existing file of any kind; a symbolic link is
+  // followed, so a dangling one does not exist.
   static bool exists(const AString& path);
   // Reads the whole regular file; false when it cannot be read.
   static bool read(const AString& path, ABuffer& contents);

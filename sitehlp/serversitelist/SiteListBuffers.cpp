@@ -71,15 +71,7 @@ int CSitesHelper::CreateSiteListFromBuffer(const std::wstring& text) {
       GetCaCertificates(L"", certificates);
     }
 
-    for (AdvXMLParser::Element child : root.Children()) {
-      if (child.HasName(ZEL_XML_SITELIST)) {
-        FreeSiteListMemory(sites);
-        sites = nullptr;
-        result = ReadSitesOfSiteList(child, &sites, false);
-      } else if (child.HasName(ZEL_XML_POLICIES)) {
-        ReadPolicies(child);
-      }
-    }
+    result = ReadSiteListRoot(root, &sites);
   } catch (const AdvXMLParser::ParsingException&) {
     result = -5;
   } catch (const AdvXMLParser::ReadWriteException& e) {

@@ -285,6 +285,18 @@ TEST_F(HostileInputTest, MissingFileIsMinusFourEverywhere) {
   EXPECT_EQ(-4, a.certificates);
 }
 
+
+TEST_F(HostileInputTest, ADanglingSymbolicLinkAtTheSiteListPathIsAMissingFile) {
+  ASSERT_EQ(0, symlink(m_config.dir().file("nowhere.xml").c_str(), Path().c_str()));
+  const Answers a = Ask();
+  EXPECT_EQ(-4, a.read);
+  EXPECT_EQ(-4, a.mustRead);
+  EXPECT_EQ(-4, a.smartRead);
+  EXPECT_EQ(-4, a.versions);
+  EXPECT_EQ(L"untouched", a.type);
+  EXPECT_EQ(-4, a.fips);
+  EXPECT_EQ(-4, a.certificates);
+}
 // ---- Size and depth ---------------------------------------------------------------------------
 
 TEST_F(HostileInputTest, HundredThousandNestedElementsInsideASiteAreWalkedWithoutRecursion) {

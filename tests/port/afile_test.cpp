@@ -159,14 +159,16 @@ TEST(AFileWrite, MissingDirectoryFailsWithENOENT) {
   EXPECT_EQ(ENOENT, errno);
 }
 
-TEST(AFileExists, FilesDirectoriesAndLinks) {
+TEST(AFileExists, FilesDirectoriesAndLinksToThemExistADanglingLinkDoesNot) {
   TempDir dir;
   WriteFile(dir.file("f"), "x");
   ASSERT_EQ(0, symlink(dir.file("gone").c_str(), dir.file("dangling").c_str()));
   EXPECT_TRUE(AFile::exists(dir.wfile("f")));
   EXPECT_TRUE(AFile::exists(dir.wpath()));
-  EXPECT_TRUE(AFile::exists(dir.wfile("dangling")));
+  EXPECT_FALSE(AFile::exists(dir.wfile("dangling")));
   EXPECT_FALSE(AFile::exists(dir.wfile("gone")));
+  ASSERT_EQ(0, symlink(dir.file("f").c_str(), dir.file("link").c_str()));
+  EXPECT_TRUE(AFile::exists(dir.wfile("link")));
 }
 
 TEST(AFileRemove, RemovesAndCountsAMissingFileAsGone) {
