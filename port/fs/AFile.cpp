@@ -82,7 +82,7 @@ bool AFile::write(const AString& path, const unsigned char* data, std::size_t si
 }
 
 bool AFile::writeWithMode(const AString& path, const unsigned char* data, std::size_t size, mode_t mode) {
-  const int rc = port::ReplaceFileContents(ACharString(path), data, size, mode, port::ModePolicy::Exact);
+  const int rc = port::ReplaceFileContents(ACharString(path), data, size, mode, port::ModeChoice::Exact);
   if (rc != 0) errno = rc;
   return rc == 0;
 }

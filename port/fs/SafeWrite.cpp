@@ -152,7 +152,7 @@ void RemoveStaleTemporaries(const std::string& dir, const std::string& name) {
 }  // namespace
 
 int ReplaceFileContents(const std::string& path, const void* data, std::size_t size, mode_t newFileMode,
-                        ModePolicy policy) {
+                        ModeChoice policy) {
   const std::string::size_type slash = path.rfind('/');
   const std::string dir = slash == std::string::npos ? "." : slash == 0 ? "/" : path.substr(0, slash);
   const std::string name = slash == std::string::npos ? path : path.substr(slash + 1);
@@ -165,7 +165,7 @@ int ReplaceFileContents(const std::string& path, const void* data, std::size_t s
   errno = 0;
   if (Sys().lstat(path.c_str(), &st) == 0) {
     if (S_ISDIR(st.st_mode)) return EISDIR;
-    if (!S_ISLNK(st.st_mode) && policy == ModePolicy::KeepExisting) mode = st.st_mode & 07777;
+    if (!S_ISLNK(st.st_mode) && policy == ModeChoice::KeepExisting) mode = st.st_mode & 07777;
   } else if (errno != ENOENT) {
     return LastError();
   }

@@ -23,7 +23,7 @@ namespace port {
 constexpr long kStaleTemporaryAgeSeconds = 600;
 
 // Which mode the written file gets.
-enum class ModePolicy {
+enum class ModeChoice {
   KeepExisting,  // an existing target keeps its mode; a new one gets the mode given
   Exact,         // always the mode given (secret files that must never be wider)
 };
@@ -31,7 +31,7 @@ enum class ModePolicy {
 // 0 on success, else the errno of the failed step (nothing is left behind:
 // the temporary is removed and the target is untouched).
 int ReplaceFileContents(const std::string& path, const void* data, std::size_t size, mode_t newFileMode = 0644,
-                        ModePolicy policy = ModePolicy::KeepExisting);
+                        ModeChoice policy = ModeChoice::KeepExisting);
 
 }  // namespace port
 

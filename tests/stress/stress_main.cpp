@@ -135,8 +135,8 @@ bool RunOp(Op op, CSitesHelper& helper, const workload::DataDir& dir, std::mt199
     case kSetSpipe: {
       const unsigned port = 8000 + rng() % 1000;
       const int rc = helper.SetSpipeSiteForUpdSite(port, L"198.51.100." + std::to_wstring(rng() % 250 + 1),
-                                                   L"epo" + std::to_wstring(worker) + L".corp.example",
-                                                   L"EPO" + std::to_wstring(worker));
+                                                   L"mgmt" + std::to_wstring(worker) + L".corp.example",
+                                                   L"MGMT" + std::to_wstring(worker));
       if (rc != 0) why = "rc=" + std::to_string(rc);
       return rc == 0;
     }
