@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <ostream>
 #include <random>
 #include <string>
 #include <vector>
@@ -144,6 +145,10 @@ struct Injection {
   int expected;
   void (*apply)(port::SysCalls&);
 };
+
+// Without this gtest prints the parameter's raw bytes, padding included,
+// which memcheck rightly reports as a read of uninitialised memory.
+void PrintTo(const Injection& injection, std::ostream* os) { *os << injection.step; }
 
 class SafeWriteFailure : public ::testing::TestWithParam<Injection> {};
 
