@@ -1,21 +1,26 @@
 // Standard base64 (RFC 4648 alphabet, padded output, lenient input).
 #include <cstddef>
-#include <vector>
 
 #include "port/crypto/CryptShim.h"
 
 namespace {
 
-const char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+constexpr char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 
-// The 6-bit value of c, or -1 when c is not in the alphabet.
-int SextetOf(wchar_t c) {
-  if (c >= L'A' && c <= L'Z') return c - L'A';
-  if (c >= L'a' && c <= L'z') return c - L'a' + 26;
-  if (c >= L'0' && c <= L'9') return c - L'0' + 52;
-  if (c == L'+') return 62;
-  if (c == L'/') return 63;
-  return -1;
+// The 6-bit value of each ASCII character, or -1 for one not in the
+// alphabet. Every password a reader meets is decoded: a table lookup per
+// character keeps that cheap.
+struct SextetTable {
+  signed char value[128];
+  constexpr SextetTable() : value() {
+    for (int c = 0; c < 128; ++c) value[c] = -1;
+    for (int i = 0; i < 64; ++i) value[static_cast<unsigned char>(kAlphabet[i])] = static_cast<signed char>(i);
+  }
+};
+constexpr SextetTable kSextets;
+
+inline int SextetOf(wchar_t c) {
+  return static_cast<unsigned long>(c) < 128 ? kSextets.value[static_cast<unsigned long>(c)] : -1;
 }
 
 }  // namespace
@@ -51,9 +56,11 @@ AString ABase64Encode::encode(const unsigned char* data, std::size_t size) {
 ABuffer ABase64Encode::decode(const AString& text) {
   ABuffer out;
   // Values come from files and the network: accept what can be decoded rather
-  // than failing on line breaks or stray characters.
-  std::vector<unsigned char> bytes;
-  bytes.reserve(text.size() / 4 * 3 + 2);
+  // than failing on line breaks or stray characters. Written in place into
+  // room for the most bytes the text can hold, then trimmed.
+  out.resize(text.size() / 4 * 3 + 2);
+  unsigned char* bytes = out.data();
+  std::size_t n = 0;
   unsigned long acc = 0;
   int count = 0;  // sextets in acc
   for (wchar_t c : text) {
@@ -62,20 +69,20 @@ ABuffer ABase64Encode::decode(const AString& text) {
     if (v < 0) continue;
     acc = (acc << 6) | static_cast<unsigned long>(v);
     if (++count == 4) {
-      bytes.push_back(static_cast<unsigned char>((acc >> 16) & 0xFF));
-      bytes.push_back(static_cast<unsigned char>((acc >> 8) & 0xFF));
-      bytes.push_back(static_cast<unsigned char>(acc & 0xFF));
+      bytes[n++] = static_cast<unsigned char>((acc >> 16) & 0xFF);
+      bytes[n++] = static_cast<unsigned char>((acc >> 8) & 0xFF);
+      bytes[n++] = static_cast<unsigned char>(acc & 0xFF);
       acc = 0;
       count = 0;
     }
   }
   // A partial group: 2 sextets carry one byte, 3 carry two; 1 carries none.
   if (count == 2) {
-    bytes.push_back(static_cast<unsigned char>((acc >> 4) & 0xFF));
+    bytes[n++] = static_cast<unsigned char>((acc >> 4) & 0xFF);
   } else if (count == 3) {
-    bytes.push_back(static_cast<unsigned char>((acc >> 10) & 0xFF));
-    bytes.push_back(static_cast<unsigned char>((acc >> 2) & 0xFF));
+    bytes[n++] = static_cast<unsigned char>((acc >> 10) & 0xFF);
+    bytes[n++] = static_cast<unsigned char>((acc >> 2) & 0xFF);
   }
-  out.assign(bytes.data(), bytes.size());
+  out.resize(n);
   return out;
 }

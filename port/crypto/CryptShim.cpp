@@ -25,6 +25,8 @@ namespace {
 
 const wchar_t kComponent[] = L"Crypto";
 
+// GCM's default nonce length: cipher, key and nonce then go in with a single
+// init call, without a length setting of their own.
 constexpr std::size_t kNonceSize = 12;
 constexpr std::size_t kTagSize = 16;
 constexpr std::size_t kOverhead = kNonceSize + kTagSize;
@@ -34,6 +36,27 @@ constexpr std::size_t kChunk = static_cast<std::size_t>(INT_MAX / 2);
 using CipherCtx = std::unique_ptr<EVP_CIPHER_CTX, decltype(&EVP_CIPHER_CTX_free)>;
 
 CipherCtx NewCtx() { return CipherCtx(EVP_CIPHER_CTX_new(), &EVP_CIPHER_CTX_free); }
+
+// The cipher, fetched from the providers once per process. Handing OpenSSL 3
+// the built-in EVP_aes_256_gcm() makes every init look the implementation up
+// by name again, which cost more than the whole AES work on a password. The
+// built-in one stays the fallback should the fetch fail.
+class FetchedCipher {
+ public:
+  FetchedCipher() : m_cipher(EVP_CIPHER_fetch(nullptr, "AES-256-GCM", nullptr)) {}
+  ~FetchedCipher() { EVP_CIPHER_free(m_cipher); }
+  FetchedCipher(const FetchedCipher&) = delete;
+  FetchedCipher& operator=(const FetchedCipher&) = delete;
+  const EVP_CIPHER* get() const { return m_cipher ? m_cipher : EVP_aes_256_gcm(); }
+
+ private:
+  EVP_CIPHER* m_cipher;
+};
+
+const EVP_CIPHER* Aes256Gcm() {
+  static const FetchedCipher cipher;
+  return cipher.get();
+}
 
 // A byte vector for clear text: wiped before its memory is given back. Its
 // size is fixed at construction so that no reallocation leaves a copy behind.
@@ -121,9 +144,7 @@ class AesGcmEncryption final : public IEncryption {
     if (!ctx) return false;
     const unsigned char aad = static_cast<unsigned char>(m_kind);
     int len = 0;
-    if (EVP_EncryptInit_ex(ctx.get(), EVP_aes_256_gcm(), nullptr, nullptr, nullptr) != 1 ||
-        EVP_CIPHER_CTX_ctrl(ctx.get(), EVP_CTRL_GCM_SET_IVLEN, static_cast<int>(kNonceSize), nullptr) != 1 ||
-        EVP_EncryptInit_ex(ctx.get(), nullptr, nullptr, m_key, nonce) != 1 ||
+    if (EVP_EncryptInit_ex(ctx.get(), Aes256Gcm(), nullptr, m_key, nonce) != 1 ||
         EVP_EncryptUpdate(ctx.get(), nullptr, &len, &aad, 1) != 1)
       return false;
     std::size_t done = 0;
@@ -153,9 +174,7 @@ class AesGcmEncryption final : public IEncryption {
     if (!ctx) return false;
     const unsigned char aad = static_cast<unsigned char>(m_kind);
     int len = 0;
-    if (EVP_DecryptInit_ex(ctx.get(), EVP_aes_256_gcm(), nullptr, nullptr, nullptr) != 1 ||
-        EVP_CIPHER_CTX_ctrl(ctx.get(), EVP_CTRL_GCM_SET_IVLEN, static_cast<int>(kNonceSize), nullptr) != 1 ||
-        EVP_DecryptInit_ex(ctx.get(), nullptr, nullptr, m_key, nonce) != 1 ||
+    if (EVP_DecryptInit_ex(ctx.get(), Aes256Gcm(), nullptr, m_key, nonce) != 1 ||
         EVP_DecryptUpdate(ctx.get(), nullptr, &len, &aad, 1) != 1)
       return false;
     std::size_t done = 0;

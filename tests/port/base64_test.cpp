@@ -46,6 +46,14 @@ TEST(Base64Test, DecodeSkipsStrayCharacters) {
   EXPECT_EQ(Bytes(ABase64Encode::decode(L"Zm*9v.Y-m€Fy")), "foobar");
 }
 
+TEST(Base64Test, DecodeSkipsWideCharactersWhoseLowByteIsInTheAlphabet) {
+  // U+0141 and U+1F641 end in 0x41 ('A'); a wchar_t with the sign bit set too.
+  AString text = L"Zm\u0141\U0001F6419v";
+  text.push_back(static_cast<wchar_t>(0x80000041u));
+  text += L"YmFy";
+  EXPECT_EQ(Bytes(ABase64Encode::decode(text)), "foobar");
+}
+
 TEST(Base64Test, DecodeStopsAtFirstPadding) {
   EXPECT_EQ(Bytes(ABase64Encode::decode(L"Zg==Zm9v")), "f");
   EXPECT_EQ(Bytes(ABase64Encode::decode(L"Zm9v=YmFy")), "foo");
