@@ -11,6 +11,8 @@
 
 #include <pugixml.hpp>
 
+#include "port/xml/WellFormed.h"
+
 #if defined(__SSE2__)
 #include <emmintrin.h>
 #endif
@@ -276,22 +278,14 @@ int ClampOffset(std::ptrdiff_t offset) {
                          "XML not well formed at byte " + std::to_string(offset) + ": " + what);
 }
 
-// Turns a pugixml result into the facade's errors. pugixml accepts several
-// top-level elements; XML allows one, and a second could only be ignored
-// silently, so it is refused here (the check walks the few top-level nodes).
-void CheckResult(const pugi::xml_parse_result& result, const pugi::xml_document& doc) {
+// Turns a pugixml result, then the rules pugixml leaves to its caller
+// (WellFormed.h), into the facade's errors.
+void CheckResult(const pugi::xml_parse_result& result, const pugi::xml_document& doc,
+                 const port::xml::TextFrame& frame) {
   if (result.status == pugi::status_out_of_memory) throw ReadWriteException(ENOMEM, "out of memory parsing XML");
   if (result.status != pugi::status_ok) ThrowNotWellFormed(result.offset, result.description());
-  bool seen = false;
-  for (pugi::xml_node n = doc.first_child(); n; n = n.next_sibling()) {
-    if (n.type() != pugi::node_element) continue;
-    if (seen) {
-      // offset_debug points at the name; the fault starts at its '<'.
-      const std::ptrdiff_t at = n.offset_debug();
-      ThrowNotWellFormed(at > 0 ? at - 1 : 0, "More than one document element");
-    }
-    seen = true;
-  }
+  port::xml::Fault fault;
+  if (port::xml::FindFault(frame, doc, fault)) ThrowNotWellFormed(fault.offset, fault.what);
 }
 
 pugi::xml_node FirstElementOf(pugi::xml_node n) {
@@ -564,12 +558,13 @@ Document* Parser::Parse(const wchar_t* text, std::size_t length) {
     std::size_t size = 0;
     char* buffer = EncodeForParser(text, length, size);
     if (!buffer) throw ReadWriteException(ENOMEM, "out of memory parsing XML");
+    const port::xml::TextFrame frame = port::xml::ScanText(buffer, size - 1);  // without the terminator
     // The document owns the buffer from here on, whatever the outcome. With
     // the NUL counted, pugixml reports the same offsets as for ParseUtf8,
     // whose copy it terminates the same way.
     const pugi::xml_parse_result result =
         document->m_impl->doc.load_buffer_inplace_own(buffer, size, kParseOptions, pugi::encoding_utf8);
-    CheckResult(result, document->m_impl->doc);
+    CheckResult(result, document->m_impl->doc, frame);
     return document.release();
   } catch (const std::bad_alloc&) {
     throw ReadWriteException(ENOMEM, "out of memory parsing XML");
@@ -619,9 +614,10 @@ Document* Parser::Parse(Utf8Text& text, Use use) {
       buffer[0] = '\0';
       size = 1;
     }
+    const port::xml::TextFrame frame = port::xml::ScanText(buffer, size - 1);  // without the terminator
     const pugi::xml_parse_result result =
         document->m_impl->doc.load_buffer_inplace_own(buffer, size, options, pugi::encoding_utf8);
-    CheckResult(result, document->m_impl->doc);
+    CheckResult(result, document->m_impl->doc, frame);
     return document.release();
   } catch (const std::bad_alloc&) {
     throw ReadWriteException(ENOMEM, "out of memory parsing XML");
@@ -632,9 +628,10 @@ Document* Parser::ParseUtf8(const char* text, std::size_t length) {
   if (!text) length = 0;
   try {
     std::unique_ptr<Document> document(new Document);
+    const port::xml::TextFrame frame = port::xml::ScanText(text, length);
     const pugi::xml_parse_result result =
         document->m_impl->doc.load_buffer(text ? text : "", length, kParseOptions, pugi::encoding_utf8);
-    CheckResult(result, document->m_impl->doc);
+    CheckResult(result, document->m_impl->doc, frame);
     return document.release();
   } catch (const std::bad_alloc&) {
     throw ReadWriteException(ENOMEM, "out of memory parsing XML");

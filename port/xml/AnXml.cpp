@@ -9,6 +9,7 @@
 
 #include "port/fs/SafeWrite.h"
 #include "port/xml/AdvXMLParser.h"
+#include "port/xml/WellFormed.h"
 
 namespace {
 
@@ -372,14 +373,14 @@ int AnXml::useExistingFile(const AString& path, const AString& rootName, const A
       return false;  // missing, unreadable or not text
     }
     const std::string utf8 = Utf8(text);
+    const port::xml::TextFrame frame = port::xml::ScanText(utf8.data(), utf8.size());
     const pugi::xml_parse_result result = doc.load_buffer(utf8.data(), utf8.size(), kParseOptions, pugi::encoding_utf8);
     if (!result) return false;
+    // What pugixml lets through (text outside the element, a second element,
+    // a repeated attribute) is no document to edit either.
+    port::xml::Fault fault;
+    if (port::xml::FindFault(frame, doc, fault)) return false;
     KeepEndTags(doc, utf8);
-    // pugixml takes several top-level elements; a document has one.
-    int elements = 0;
-    for (pugi::xml_node n = doc.first_child(); n; n = n.next_sibling())
-      if (IsElement(n)) ++elements;
-    if (elements != 1) return false;
     const pugi::xml_node root = doc.document_element();
     if (Utf8(rootName) != root.name()) return false;
     const pugi::xml_attribute ns = root.attribute(Utf8(nsAttrName).c_str());

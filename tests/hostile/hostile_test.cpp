@@ -247,6 +247,30 @@ TEST_F(HostileInputTest, MalformedDocumentIsRefusedByEveryReader) {
   }
 }
 
+TEST_F(HostileInputTest, TextCdataOrANulByteOutsideTheDocumentElementIsRefusedByEveryReader) {
+  const std::string doc = kDoc;
+  for (const std::string& bad : {doc + "junk", doc + "\n<!-- note -->\njunk\n", "junk" + doc,
+                                 doc + std::string("\0junk", 5), doc + "<![CDATA[x]]>"}) {
+    WriteFile(Path(), bad);
+    SCOPED_TRACE(bad);
+    ExpectRefused(Ask(), -5);
+  }
+  // Comments, processing instructions and white space around the element stay fine.
+  WriteFile(Path(), "\n<!-- before -->\n" + doc + "\n<!-- after -->\n<?pi x?>\n\n");
+  ExpectGoodAnswers(Ask());
+}
+
+TEST_F(HostileInputTest, RepeatedAttributeIsReadAsItsFirstValueByEveryReader) {
+  std::string doc = kDoc;
+  for (const std::string& from : {std::string("GlobalVersion=\"20250101000000\""), std::string("Type=\"Server\""),
+                                  std::string("FipsMode=\"1\"")}) {
+    const std::string name = from.substr(0, from.find('='));
+    doc.replace(doc.find(from), from.size(), from + " " + name + "=\"0\"");
+  }
+  WriteFile(Path(), doc);
+  ExpectGoodAnswers(Ask());
+}
+
 TEST_F(HostileInputTest, EveryTruncationOfTheDocumentIsRefused) {
   const std::string doc = kDoc;
   const std::string::size_type end = doc.rfind('>');

@@ -98,6 +98,19 @@ TEST_F(AnXmlTest, UseExistingFileWithTwoDocumentElementsReturnsZero) {
   EXPECT_EQ(0, Open(Root("") + "<ns:SiteLists xmlns:ns=\"zelSiteList\"/>"));
 }
 
+TEST_F(AnXmlTest, UseExistingFileWithTextAfterTheDocumentElementReturnsZero) {
+  EXPECT_EQ(0, Open(Root("<SiteList/>") + "\njunk\n"));
+  EXPECT_TRUE(RootNode().isNull());
+  EXPECT_EQ(0, Open(Root("<SiteList/>") + std::string("\0junk", 5)));
+  EXPECT_EQ(0, Open("junk" + Root("<SiteList/>")));
+}
+
+TEST_F(AnXmlTest, UseExistingFileKeepsCommentsAroundTheDocumentElement) {
+  ASSERT_EQ(1, Open(std::string(kDecl) + "<!-- before -->\n<ns:SiteLists xmlns:ns=\"zelSiteList\"><SiteList/>"
+                    "</ns:SiteLists>\n<!-- after -->\n"));
+  EXPECT_EQ((std::vector<std::wstring>{L"SiteList"}), ChildNames(RootNode()));
+}
+
 TEST_F(AnXmlTest, UseExistingFileOfInvalidUtf8ReturnsZero) {
   EXPECT_EQ(0, Open(Root("<SiteList Name=\"\xC3\x28\"/>")));
 }

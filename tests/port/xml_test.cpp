@@ -271,6 +271,69 @@ TEST(XmlParse, EveryTruncationOfADocumentIsRefused) {
   EXPECT_EQ(static_cast<int>(Utf8(full.substr(0, end + 2)).size()), ParseErrorOffset(full.substr(0, end + 5)));
 }
 
+// The offset and message of the ParsingException ParseUtf8 throws, or -1.
+int NarrowParseErrorOffset(const std::string& text, std::string* what = nullptr) {
+  try {
+    ParseNarrow(text);
+  } catch (const ParsingException& e) {
+    if (what) *what = e.what();
+    return e.GetErrorCode();
+  }
+  return -1;
+}
+
+TEST(XmlParse, TextAfterTheDocumentElementIsRefusedWhereItStarts) {
+  std::string what;
+  EXPECT_EQ(4, ParseErrorOffset(L"<a/>junk", &what));
+  EXPECT_EQ("XML not well formed at byte 4: Text after the document element", what);
+  EXPECT_EQ(9, ParseErrorOffset(L"<a></a>\n tail \n"));
+  EXPECT_EQ(12, ParseErrorOffset(L"<a/><!--c-->x"));
+  EXPECT_EQ(4, NarrowParseErrorOffset("<a/>junk", &what));
+  EXPECT_EQ("XML not well formed at byte 4: Text after the document element", what);
+}
+
+TEST(XmlParse, TextBeforeTheDocumentElementIsRefused) {
+  std::string what;
+  EXPECT_EQ(0, ParseErrorOffset(L"junk<a/>", &what));
+  EXPECT_EQ("XML not well formed at byte 0: Text before the document element", what);
+  EXPECT_EQ(3, ParseErrorOffset(L" \n x<a/>"));
+  EXPECT_EQ(3, NarrowParseErrorOffset("\xEF\xBB\xBFx<a/>"));
+}
+
+TEST(XmlParse, NulCharacterAndTextAfterTheDocumentElementIsRefused) {
+  std::string what;
+  EXPECT_EQ(4, ParseErrorOffset(std::wstring(L"<a/>\0junk", 9), &what));
+  EXPECT_EQ("XML not well formed at byte 4: Text after the document element", what);
+  // NUL padding, as a file system may leave after a crash.
+  EXPECT_EQ(4, NarrowParseErrorOffset(std::string("<a/>\0\0\0", 7), &what));
+  EXPECT_EQ("XML not well formed at byte 4: Text after the document element", what);
+}
+
+TEST(XmlParse, CdataOutsideTheDocumentElementIsRefused) {
+  std::string what;
+  EXPECT_EQ(4, ParseErrorOffset(L"<a/><![CDATA[x]]>", &what));
+  EXPECT_EQ("XML not well formed at byte 4: CDATA outside the document element", what);
+  // Inside the element it is text like any other.
+  EXPECT_EQ(L"x<y", ParseWide(L"<a><![CDATA[x<y]]></a>")->GetRoot().GetValue());
+}
+
+TEST(XmlParse, RepeatedAttributeIsKeptAndTheFirstIsRead) {
+  // Not looked for (it would take a walk over every element); readers see the first.
+  auto doc = ParseWide(L"<a><b x=\"1\" y=\"2\" x=\"3\"/></a>");
+  EXPECT_EQ(L"1", doc->GetRoot().FirstChildElement().GetAttribute(L"x"));
+}
+
+TEST(XmlParse, MarkupAroundTheDocumentElementStillParses) {
+  const std::wstring text =
+      L"\uFEFF<?xml version=\"1.0\"?>\n<!-- before -->\n<?pi data?>\n<!DOCTYPE r>\n"
+      L"<r X=\"1\" x=\"2\" p:x=\"3\"><s/></r>\n<!-- after -->\n<?pi more?>\r\n\t ";
+  auto doc = ParseWide(text);
+  EXPECT_EQ(L"r", doc->GetRoot().GetName());
+  EXPECT_EQ(L"2", doc->GetRoot().GetAttribute(L"x"));
+  EXPECT_EQ(L"3", doc->GetRoot().GetAttribute(L"p:x"));
+  EXPECT_EQ(L"r", ParseNarrow(Utf8(text))->GetRoot().GetName());
+}
+
 TEST(XmlParse, DeclaredEntitiesAreNotExpanded) {
   auto external = ParseWide(
       L"<!DOCTYPE a [<!ENTITY xxe SYSTEM \"file:///etc/passwd\">]><a>&xxe;</a>");
