@@ -34,15 +34,25 @@ std::unique_ptr<Document> ParseNarrow(const std::string& text) {
 
 std::string Utf8(const std::wstring& s) { return platform_detail::WideToUtf8(s.data(), s.size()); }
 
-// The byte offset a ParsingException carries, or -1 when none was thrown.
-int ParseErrorOffset(const std::wstring& text, std::string* what = nullptr) {
+// The byte offset the ParsingException of parse() carries, or -1 when none
+// was thrown.
+template <typename Parse>
+int ErrorOffsetOf(Parse parse, std::string* what) {
   try {
-    ParseWide(text);
+    parse();
   } catch (const ParsingException& e) {
     if (what) *what = e.what();
     return e.GetErrorCode();
   }
   return -1;
+}
+
+int ParseErrorOffset(const std::wstring& text, std::string* what = nullptr) {
+  return ErrorOffsetOf([&] { ParseWide(text); }, what);
+}
+
+int NarrowParseErrorOffset(const std::string& text, std::string* what = nullptr) {
+  return ErrorOffsetOf([&] { ParseNarrow(text); }, what);
 }
 
 std::vector<std::wstring> ChildNames(const Element& parent) {
@@ -269,17 +279,6 @@ TEST(XmlParse, EveryTruncationOfADocumentIsRefused) {
   EXPECT_EQ(-1, ParseErrorOffset(full.substr(0, end + 12)));
   // Cut inside the closing tag, the fault is its name ("</Sit").
   EXPECT_EQ(static_cast<int>(Utf8(full.substr(0, end + 2)).size()), ParseErrorOffset(full.substr(0, end + 5)));
-}
-
-// The offset and message of the ParsingException ParseUtf8 throws, or -1.
-int NarrowParseErrorOffset(const std::string& text, std::string* what = nullptr) {
-  try {
-    ParseNarrow(text);
-  } catch (const ParsingException& e) {
-    if (what) *what = e.what();
-    return e.GetErrorCode();
-  }
-  return -1;
 }
 
 TEST(XmlParse, TextAfterTheDocumentElementIsRefusedWhereItStarts) {
