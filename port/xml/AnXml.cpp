@@ -376,8 +376,8 @@ int AnXml::useExistingFile(const AString& path, const AString& rootName, const A
     const port::xml::TextFrame frame = port::xml::ScanText(utf8.data(), utf8.size());
     const pugi::xml_parse_result result = doc.load_buffer(utf8.data(), utf8.size(), kParseOptions, pugi::encoding_utf8);
     if (!result) return false;
-    // What pugixml lets through (text outside the element, a second element,
-    // a repeated attribute) is no document to edit either.
+    // What pugixml lets through (text outside the element, a second element)
+    // is no document to edit either.
     port::xml::Fault fault;
     if (port::xml::FindFault(frame, doc, fault)) return false;
     KeepEndTags(doc, utf8);
