@@ -11,7 +11,7 @@
 //   crypto_key_size     VLM_CRYPTO_KEY_SIZE        0
 //   default_http_host   VLM_DEFAULT_HTTP_HOST      update.vlm.example
 //   default_ftp_host    VLM_DEFAULT_FTP_HOST       ftp.vlm.example
-//   log_level           VLM_LOG_LEVEL              info (error|info|detail)
+//   log_level           VLM_LOG_LEVEL              info (error|warning|info|detail)
 //   root_prefix         VLM_ROOT_PREFIX            (empty)
 //   log_sink            VLM_LOG_SINK               syslog (syslog|stderr|none)
 //

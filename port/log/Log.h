@@ -1,11 +1,19 @@
 // Logging and tracing of the library.
 //
-// logError/logInfo/logDetail/logInternalError take a component ("SiteHlp",
-// "StSHlp") and a message. Lines go to the installed sink: by default syslog,
-// filtered by the configured level; tools install the stderr sink and tests a
-// capturing one (the configuration may also name stderr or none). Trace scopes log "Entering <message>" on construction and
-// "Leaving <message>" on destruction at their level; they cost one level test
-// when their level is filtered out.
+// logError/logWarning/logInfo/logDetail/logInternalError take a component
+// ("SiteHlp", "StSHlp") and a message. Lines below the configured level are
+// dropped; the rest go to the installed sink: a host's own logger (see
+// include/sitehlp/Logging.h), a test's capturing sink, or else the default
+// sink the configuration names (syslog, stderr or none).
+//
+// The syslog sink belongs to the host process: it never calls openlog or
+// closelog, so lines carry the identity and facility the host chose, at
+// LOG_ERR, LOG_WARNING, LOG_INFO or LOG_DEBUG. An unknown log level or sink in
+// the configuration is reported once on stderr and the default used.
+//
+// Trace scopes log "Entering <message>" on construction and "Leaving
+// <message>" on destruction at their level; they cost one level test when
+// their level is filtered out.
 //
 // Never pass a password or key bytes to these functions.
 // Thread safety: all functions may be called from any thread; SetLogSink must
@@ -17,7 +25,7 @@
 
 namespace port {
 
-enum class LogLevel { Error = 0, Info = 1, Detail = 2 };
+enum class LogLevel { Error = 0, Warning = 1, Info = 2, Detail = 3 };
 
 class LogSink {
  public:
@@ -35,6 +43,10 @@ LogSink* SetLogSink(LogSink* sink);
 void SetLogThreshold(LogLevel level);
 LogLevel GetLogThreshold();
 bool LogEnabled(LogLevel level);
+// Forgets the level and the default sink taken from the configuration, so
+// that the next line takes them (and reports unknown values) again. For tests
+// that change VLM_LOG_LEVEL or VLM_LOG_SINK; must not race with logging.
+void ResetLogConfiguration();
 
 // Writes "[LEVEL] component: message" lines to stderr.
 class StderrLogSink : public LogSink {
@@ -45,6 +57,7 @@ class StderrLogSink : public LogSink {
 }  // namespace port
 
 void logError(const wchar_t* component, const std::wstring& message);
+void logWarning(const wchar_t* component, const std::wstring& message);
 void logInfo(const wchar_t* component, const std::wstring& message);
 void logDetail(const wchar_t* component, const std::wstring& message);
 void logInternalError(const wchar_t* component, const std::wstring& message);

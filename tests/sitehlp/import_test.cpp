@@ -94,8 +94,8 @@ TEST_F(ImportTest, WithOverwriteClientSitesSetTo1TheWarningIsLoggedAndTheImportC
   WriteVersionedSource();
   m_helper.SetPolicySetting(L"OverwriteClientSites", L"1");
   EXPECT_EQ(0, Import());
-  EXPECT_TRUE(m_log.contains(L"WARNING: imported site list \"" + Source() +
-                             L"\" will be overwritten by Vantor site list"));
+  EXPECT_EQ(Texts{L"WARNING: imported site list \"" + Source() + L"\" will be overwritten by Vantor site list"},
+            m_log.messages(LogLevel::Warning));
   EXPECT_NE(kOwnList, ReadFile(Target("SiteList.xml")));
 }
 
@@ -103,6 +103,7 @@ TEST_F(ImportTest, WithOverwriteClientSitesSetTo0NoWarningIsLogged) {
   WriteVersionedSource();
   m_helper.SetPolicySetting(L"OverwriteClientSites", L"0");
   EXPECT_EQ(0, Import());
+  EXPECT_TRUE(m_log.messages(LogLevel::Warning).empty());
   // The only information line is the order correction of this source.
   EXPECT_EQ(Texts{L"Exchanged orders for ZelHttp and ZelFtp."}, m_log.messages(LogLevel::Info));
 }
@@ -110,6 +111,7 @@ TEST_F(ImportTest, WithOverwriteClientSitesSetTo0NoWarningIsLogged) {
 TEST_F(ImportTest, WithoutTheOverwriteSettingNoWarningIsLogged) {
   WriteVersionedSource();
   EXPECT_EQ(0, Import());
+  EXPECT_TRUE(m_log.messages(LogLevel::Warning).empty());
   // The only information line is the order correction of this source.
   EXPECT_EQ(Texts{L"Exchanged orders for ZelHttp and ZelFtp."}, m_log.messages(LogLevel::Info));
   EXPECT_TRUE(m_log.messages(LogLevel::Error).empty());
