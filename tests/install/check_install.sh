@@ -41,6 +41,11 @@ versions=$(env -u LD_LIBRARY_PATH "$tool" --data-dir "$work/data" versions)
 expected=$'Global version  20260301120000\nLocal version   20260301120500\nType            Client'
 [ "$versions" = "$expected" ] || fail "installed sitelist versions printed: $versions"
 
+# Its man page and bash completion, as generated in the build.
+cmp -s "$build_dir/tools/man/sitelist.1.gz" "$prefix/share/man/man1/sitelist.1.gz" || fail "man page not installed"
+cmp -s "$build_dir/tools/completion/sitelist" "$prefix/share/bash-completion/completions/sitelist" ||
+  fail "bash completion not installed"
+
 # A consumer through the CMake package.
 cmake -S "$source_dir/tests/install/consumer" -B "$work/cmake-build" -G Ninja \
   -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_BUILD_TYPE=Release \

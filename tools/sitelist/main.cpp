@@ -5,6 +5,7 @@
 #include <map>
 
 #include "Command.h"
+#include "CommandTree.h"
 #include "Context.h"
 
 namespace {
@@ -40,6 +41,7 @@ int main(int argc, char** argv) {
   CLI::Option* unmanaged = app.add_flag("--unmanaged", o.unmanaged, "Treat the agent as not managed");
   managed->excludes(unmanaged);
   app.add_flag("-v,--verbose", o.verbose, "Detail log lines of the library on stderr");
+  sitelist::AddCommandTreeOption(app);
 
   std::map<const CLI::App*, sitelist::Action> actions;
   for (const sitelist::CommandEntry& entry : sitelist::RegisteredCommands()) {
