@@ -26,7 +26,7 @@ enum class LogLevel : int { Error = 3, Warning = 4, Info = 6, Debug = 7 };
 // and valid only during the call; internal errors (a caller broke an
 // operation's contract) are errors whose message starts "internal error: ".
 // It is called on whichever thread is using the library, possibly on several
-// at once; it must not throw and must not call SetLogSink or SetLogLevel.
+// at once; it must not throw and must not call back into the library.
 using LogSinkFunction = void (*)(void* context, const char* component, LogLevel level, const char* message);
 
 // From now on, every line that passes the level threshold goes to

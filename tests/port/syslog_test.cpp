@@ -218,6 +218,20 @@ TEST_F(SyslogTest, KnownValuesAreNotReported) {
   }
 }
 
+TEST_F(SyslogTest, TheStderrSinkNamesEachLevelAndLeavesSyslogAlone) {
+  port::SetConfigValue(ConfigKey::LogSink, "stderr");
+  port::ResetLogConfiguration();
+  const std::string said = Stderr([] {
+    logError(L"SiteHlp", L"e");
+    logWarning(L"SiteHlp", L"w");
+    logInfo(L"StSHlp", L"i");
+    logDetail(L"SiteHlp", L"d");
+    logInternalError(L"SiteHlp", L"x");
+  });
+  EXPECT_EQ(said, "[ERROR] SiteHlp: e\n[WARNING] SiteHlp: w\n[INFO] StSHlp: i\n[DETAIL] SiteHlp: d\n[INTERNAL] SiteHlp: x\n");
+  EXPECT_TRUE(g_syslog.lines.empty());
+}
+
 struct HostLine {
   std::string component;
   sitehlp::LogLevel level;
