@@ -77,20 +77,7 @@ using port::ConfigKey;
 // test; stderr is redirected into a file to see what the library says there.
 class SyslogTest : public ::testing::Test {
  protected:
-  void SetUp() override {
-    g_syslog = FakeSyslog{};
-    port::ResetConfigValues();
-    port::SetConfigValue(ConfigKey::LogSink, "syslog");
-    port::SetConfigValue(ConfigKey::LogLevel, "detail");
-    m_previousSink = port::SetLogSink(nullptr);
-    port::ResetLogConfiguration();
-  }
-  void TearDown() override {
-    sitehlp::SetLogSink(nullptr, nullptr);
-    port::SetLogSink(m_previousSink);
-    port::ResetConfigValues();
-    port::ResetLogConfiguration();
-  }
+  void SetUp() override { g_syslog = FakeSyslog{}; }
 
   // Runs body with stderr going to a file; returns what was written there.
   template <typename Body>
@@ -120,7 +107,7 @@ class SyslogTest : public ::testing::Test {
   }
 
   testsupport::TempDir m_dir;
-  port::LogSink* m_previousSink = nullptr;
+  testsupport::DefaultLogScope m_log{"syslog", "detail"};
 };
 
 TEST_F(SyslogTest, LinesGoOutUnderTheIdentityAndFacilityTheHostOpenedAndTheLibraryNeverReopens) {
@@ -143,8 +130,8 @@ TEST_F(SyslogTest, LinesGoOutUnderTheIdentityAndFacilityTheHostOpenedAndTheLibra
 
 TEST_F(SyslogTest, ALibraryOperationThatFailsLogsWithoutOpeningTheLog) {
   testsupport::ConfigScope config;  // locks and data in a temporary directory
-  port::SetConfigValue(ConfigKey::LogSink, "syslog");
-  port::SetConfigValue(ConfigKey::LogLevel, "detail");
+  m_log.Set(ConfigKey::LogSink, "syslog");
+  m_log.Set(ConfigKey::LogLevel, "detail");
   sitehlp::CSitesHelper helper(config.defaultSiteList());
   sitehlp::tag_Site* list = nullptr;
   EXPECT_EQ(helper.MustReadSiteList(config.defaultSiteList(), &list), -4);
@@ -173,8 +160,7 @@ TEST_F(SyslogTest, EachLevelHasItsOwnPriority) {
 }
 
 TEST_F(SyslogTest, TheConfiguredLevelDropsLessSevereLinesBeforeSyslog) {
-  port::SetConfigValue(ConfigKey::LogLevel, "warning");
-  port::ResetLogConfiguration();
+  m_log.Set(ConfigKey::LogLevel, "warning");
   logError(L"SiteHlp", L"e");
   logWarning(L"SiteHlp", L"w");
   logInfo(L"SiteHlp", L"i");
@@ -183,8 +169,7 @@ TEST_F(SyslogTest, TheConfiguredLevelDropsLessSevereLinesBeforeSyslog) {
 }
 
 TEST_F(SyslogTest, AnUnknownLevelIsReportedOnceOnStderrAndInfoIsUsed) {
-  port::SetConfigValue(ConfigKey::LogLevel, "loud");
-  port::ResetLogConfiguration();
+  m_log.Set(ConfigKey::LogLevel, "loud");
   const std::string said = Stderr([] {
     logInfo(L"SiteHlp", L"i");
     logDetail(L"SiteHlp", L"d");
@@ -195,8 +180,7 @@ TEST_F(SyslogTest, AnUnknownLevelIsReportedOnceOnStderrAndInfoIsUsed) {
 }
 
 TEST_F(SyslogTest, AnUnknownSinkIsReportedOnceOnStderrAndSyslogIsUsed) {
-  port::SetConfigValue(ConfigKey::LogSink, "journal");
-  port::ResetLogConfiguration();
+  m_log.Set(ConfigKey::LogSink, "journal");
   const std::string said = Stderr([] {
     logError(L"SiteHlp", L"one");
     logError(L"SiteHlp", L"two");
@@ -207,10 +191,9 @@ TEST_F(SyslogTest, AnUnknownSinkIsReportedOnceOnStderrAndSyslogIsUsed) {
 
 TEST_F(SyslogTest, KnownValuesAreNotReported) {
   for (const char* level : {"error", "warning", "info", "detail", "debug"}) {
-    port::SetConfigValue(ConfigKey::LogLevel, level);
+    m_log.Set(ConfigKey::LogLevel, level);
     for (const char* sink : {"syslog", "stderr", "none"}) {
-      port::SetConfigValue(ConfigKey::LogSink, sink);
-      port::ResetLogConfiguration();
+      m_log.Set(ConfigKey::LogSink, sink);
       // The stderr sink's own line is the only thing on stderr then.
       const std::string said = Stderr([] { logError(L"SiteHlp", L"e"); });
       EXPECT_EQ(said, std::string(sink) == "stderr" ? "[ERROR] SiteHlp: e\n" : "") << level << " " << sink;
@@ -219,8 +202,7 @@ TEST_F(SyslogTest, KnownValuesAreNotReported) {
 }
 
 TEST_F(SyslogTest, TheStderrSinkNamesEachLevelAndLeavesSyslogAlone) {
-  port::SetConfigValue(ConfigKey::LogSink, "stderr");
-  port::ResetLogConfiguration();
+  m_log.Set(ConfigKey::LogSink, "stderr");
   const std::string said = Stderr([] {
     logError(L"SiteHlp", L"e");
     logWarning(L"SiteHlp", L"w");

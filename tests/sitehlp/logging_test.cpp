@@ -38,23 +38,9 @@ void Collect(void* context, const char* component, LogLevel level, const char* m
 
 class HostLoggingTest : public ::testing::Test {
  protected:
-  void SetUp() override {
-    port::ResetConfigValues();
-    // Whatever falls back to the default destination goes nowhere.
-    port::SetConfigValue(port::ConfigKey::LogSink, "none");
-    port::SetConfigValue(port::ConfigKey::LogLevel, "info");
-    m_previousSink = port::SetLogSink(nullptr);
-    port::ResetLogConfiguration();
-  }
-  void TearDown() override {
-    sitehlp::SetLogSink(nullptr, nullptr);
-    port::SetLogSink(m_previousSink);
-    port::ResetConfigValues();
-    port::ResetLogConfiguration();
-  }
-
+  // Whatever falls back to the default destination goes nowhere.
+  testsupport::DefaultLogScope m_log{"none", "info"};
   std::vector<HostLine> m_lines;
-  port::LogSink* m_previousSink = nullptr;
 };
 
 TEST_F(HostLoggingTest, EveryLevelArrivesAtItsSyslogPriorityWithComponentAndUtf8Message) {
@@ -90,7 +76,7 @@ TEST_F(HostLoggingTest, TheHostsLevelDropsLessSevereLines) {
 
 TEST_F(HostLoggingTest, TheLinesOfALibraryOperationReachTheHost) {
   testsupport::ConfigScope config;
-  port::SetConfigValue(port::ConfigKey::LogSink, "none");
+  m_log.Set(port::ConfigKey::LogSink, "none");
   sitehlp::SetLogLevel(LogLevel::Error);
   sitehlp::SetLogSink(&Collect, &m_lines);
   sitehlp::CSitesHelper helper(config.defaultSiteList());

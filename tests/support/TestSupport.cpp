@@ -10,6 +10,7 @@
 
 #include "platform/AString.h"
 #include "port/config/IConfiguration.h"
+#include "sitehlp/Logging.h"
 
 namespace testsupport {
 
@@ -68,6 +69,25 @@ bool CapturingLogSink::contains(const std::wstring& message) const {
   for (const auto& l : m_lines)
     if (l.message == message) return true;
   return false;
+}
+
+DefaultLogScope::DefaultLogScope(const std::string& sink, const std::string& level)
+    : m_previous(port::SetLogSink(nullptr)) {
+  port::ResetConfigValues();
+  port::SetConfigValue(port::ConfigKey::LogSink, sink);
+  Set(port::ConfigKey::LogLevel, level);
+}
+
+DefaultLogScope::~DefaultLogScope() {
+  sitehlp::SetLogSink(nullptr, nullptr);
+  port::SetLogSink(m_previous);
+  port::ResetConfigValues();
+  port::ResetLogConfiguration();
+}
+
+void DefaultLogScope::Set(port::ConfigKey key, const std::string& value) {
+  port::SetConfigValue(key, value);
+  port::ResetLogConfiguration();
 }
 
 ConfigScope::ConfigScope() {

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "port/config/IConfiguration.h"
 #include "port/log/Log.h"
 
 namespace testsupport {
@@ -56,6 +57,24 @@ class CapturingLogSink : public port::LogSink {
   std::vector<LogLine> m_lines;
   port::LogSink* m_previous;
   port::LogLevel m_previousThreshold;
+};
+
+// Logging as in a process where nothing installed a sink: lines go to the
+// default destination, taken with the level from the configuration values
+// given (log_sink, log_level) when the next line is logged. Afterwards the
+// previous sink is back, a host's sink removed and every explicit
+// configuration value forgotten.
+class DefaultLogScope {
+ public:
+  DefaultLogScope(const std::string& sink, const std::string& level);
+  ~DefaultLogScope();
+  DefaultLogScope(const DefaultLogScope&) = delete;
+  DefaultLogScope& operator=(const DefaultLogScope&) = delete;
+  // Sets one configuration value; the next line takes the log's anew.
+  void Set(port::ConfigKey key, const std::string& value);
+
+ private:
+  port::LogSink* m_previous;
 };
 
 // Points the configuration (data, lock and key directories) into a fresh
