@@ -3,8 +3,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <vector>
 
-#include "ResultCodes.h"
+#include "FileProblem.h"
 #include "platform/AString.h"
 
 namespace sitelist {
@@ -29,33 +30,73 @@ void Context::ApplyEnvironment() {
   }
 }
 
+LibraryLog& Context::Log() {
+  if (!m_log) m_log = std::make_unique<LibraryLog>();
+  return *m_log;
+}
+
 void Context::WantInformationLines() {
   ApplyEnvironment();
   const char* level = std::getenv("VLM_LOG_LEVEL");
   if (level && std::strcmp(level, "error") == 0) setenv("VLM_LOG_LEVEL", "info", 1);
 }
 
+std::unique_ptr<sitehlp::CSitesHelper> Context::MakeHelper(const std::string& path) {
+  ApplyEnvironment();
+  auto helper = std::make_unique<sitehlp::CSitesHelper>(Wide(path));
+  if (options.managed) helper->SetManagedOverride(-1);
+  if (options.unmanaged) helper->SetManagedOverride(-2);
+  return helper;
+}
+
 sitehlp::CSitesHelper& Context::Helper() {
   if (!m_helper) {
     ApplyEnvironment();
-    if (options.siteList.empty())
+    if (options.siteList.empty()) {
       m_helper = std::make_unique<sitehlp::CSitesHelper>();
-    else
-      m_helper = std::make_unique<sitehlp::CSitesHelper>(Wide(options.siteList));
-    if (options.managed) m_helper->SetManagedOverride(-1);
-    if (options.unmanaged) m_helper->SetManagedOverride(-2);
+      if (options.managed) m_helper->SetManagedOverride(-1);
+      if (options.unmanaged) m_helper->SetManagedOverride(-2);
+    } else {
+      m_helper = MakeHelper(options.siteList);
+    }
   }
   return *m_helper;
 }
 
-int Context::FailCode(int code) const {
+int Context::FailCode(int code, Origin origin) const {
   std::fprintf(stderr, "sitelist %s: %s (%d)\n", m_command.c_str(), ResultMeaning(code), code);
-  return 1;
+  return ExitStatusOf(code, origin);
 }
 
-int Context::Fail(const std::string& text) const {
+int Context::Fail(const std::string& text, int status) const {
   std::fprintf(stderr, "sitelist %s: %s\n", m_command.c_str(), text.c_str());
-  return 1;
+  return status;
+}
+
+int Context::LockFailure(std::size_t mark) {
+  const std::string lock = Log().LockNotTakenSince(mark);
+  if (lock.empty()) return 0;
+  return Fail("the lock \"" + lock + "\" could not be obtained", c_exitLock);
+}
+
+int Context::FileFailure(const std::string& path, std::size_t mark) {
+  if (const int status = LockFailure(mark)) return status;
+  const std::string reason = UnreadableReason(path);
+  if (!reason.empty()) return Fail(path + ": " + reason, c_exitFileMissing);
+  // The version queries fold a document that is not well formed into -1;
+  // the certificate query tells it apart.
+  std::vector<std::wstring> certificates;
+  if (MakeHelper(path)->GetCaCertificates(Wide(path), certificates) == -5) return FailCode(-5);
+  return 0;
+}
+
+int Context::ReadFailure(const std::string& path, int code, std::size_t mark) {
+  if (code == -1 || code == -4 || code == -5 || code == -10) {
+    if (const int status = FileFailure(path, mark)) return status;
+  } else if (const int status = LockFailure(mark)) {
+    return status;
+  }
+  return FailCode(code);
 }
 
 }  // namespace sitelist

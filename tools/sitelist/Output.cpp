@@ -2,28 +2,38 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cwchar>
+
+#include "Context.h"
 
 namespace sitelist {
 namespace {
 
-// Display width of UTF-8 text: one column per code point.
-std::size_t Width(const std::string& text) {
-  std::size_t n = 0;
-  for (unsigned char c : text)
-    if ((c & 0xC0) != 0x80) ++n;
-  return n;
-}
-
 void Pad(std::string& line, std::size_t width, const std::string& cell) {
   line += cell;
-  for (std::size_t w = Width(cell); w < width; ++w) line += ' ';
+  for (std::size_t w = DisplayWidth(cell); w < width; ++w) line += ' ';
 }
 
 }  // namespace
 
+void PrintJson(const Json& document) {
+  // Invalid UTF-8 in a name is shown replaced rather than ending the run.
+  const std::string text = document.dump(2, ' ', false, nlohmann::json::error_handler_t::replace);
+  std::printf("%s\n", text.c_str());
+}
+
+std::size_t DisplayWidth(const std::string& text) {
+  std::size_t width = 0;
+  for (wchar_t c : Wide(text)) {
+    const int w = wcwidth(c);
+    width += w < 0 ? 1 : static_cast<std::size_t>(w);
+  }
+  return width;
+}
+
 void PrintFields(const std::vector<Field>& fields) {
   std::size_t width = 0;
-  for (const Field& f : fields) width = std::max(width, Width(f.first));
+  for (const Field& f : fields) width = std::max(width, DisplayWidth(f.first));
   const std::string indent(width + 2, ' ');
   for (const Field& f : fields) {
     std::string line;
@@ -47,7 +57,7 @@ void Table::Print() const {
   const std::size_t columns = m_rows.front().size();
   std::vector<std::size_t> widths(columns, 0);
   for (const auto& row : m_rows)
-    for (std::size_t i = 0; i < columns; ++i) widths[i] = std::max(widths[i], Width(row[i]));
+    for (std::size_t i = 0; i < columns; ++i) widths[i] = std::max(widths[i], DisplayWidth(row[i]));
   for (const auto& row : m_rows) {
     std::string line;
     for (std::size_t i = 0; i < columns; ++i) {
@@ -60,28 +70,6 @@ void Table::Print() const {
     }
     std::printf("%s\n", line.c_str());
   }
-}
-
-std::string JsonString(const std::string& text) {
-  std::string out = "\"";
-  for (unsigned char c : text) {
-    switch (c) {
-      case '"': out += "\\\""; break;
-      case '\\': out += "\\\\"; break;
-      case '\n': out += "\\n"; break;
-      case '\r': out += "\\r"; break;
-      case '\t': out += "\\t"; break;
-      default:
-        if (c < 0x20) {
-          char buf[8];
-          std::snprintf(buf, sizeof buf, "\\u%04x", c);
-          out += buf;
-        } else {
-          out += static_cast<char>(c);
-        }
-    }
-  }
-  return out + "\"";
 }
 
 }  // namespace sitelist

@@ -2,13 +2,26 @@
 #ifndef VLM_TOOLS_SITELIST_OUTPUT_H
 #define VLM_TOOLS_SITELIST_OUTPUT_H
 
+#include <nlohmann/json.hpp>
+
+#include <cstddef>
 #include <string>
 #include <utility>
 #include <vector>
 
 namespace sitelist {
 
+// JSON documents keep their members in the order the tool adds them.
+using Json = nlohmann::ordered_json;
+
+// Prints one JSON document on stdout.
+void PrintJson(const Json& document);
+
 using Field = std::pair<std::string, std::string>;
+
+// Columns that UTF-8 text takes on a terminal: wide characters count two,
+// combining marks none.
+std::size_t DisplayWidth(const std::string& text);
 
 // "Label  value" lines, values aligned two blanks after the longest label. A
 // value holding line breaks continues on lines indented to the value column.
@@ -24,9 +37,6 @@ class Table {
  private:
   std::vector<std::vector<std::string>> m_rows;  // header first
 };
-
-// A JSON string literal (quotes included) of UTF-8 text.
-std::string JsonString(const std::string& text);
 
 }  // namespace sitelist
 

@@ -1,6 +1,7 @@
 #include "SiteView.h"
 
 #include "Context.h"
+#include "SiteKinds.h"
 
 namespace sitelist {
 namespace {
@@ -22,12 +23,12 @@ SiteView ViewOf(const sitehlp::tag_Site& site) {
   v.order = site.nOrder;
   v.enabled = site.bEnabled != 0;
   v.local = site.bLocal != 0;
+  v.element = ElementOf(site);
+  v.name = NameOf(site);
   switch (site.nSiteType) {
     case sitehlp::SITE_TYPE_HTTP: {
       const sitehlp::tag_HttpSite& s = site.httpSite;
       v.kind = "HTTP";
-      v.element = s.szSiteElement[0] ? Narrow(s.szSiteElement) : "HttpSite";
-      v.name = Narrow(s.szName);
       v.server = HostPort(s.szServer, static_cast<unsigned int>(s.nPort));
       v.hasPassword = s.szPassword[0] != 0;
       break;
@@ -35,35 +36,24 @@ SiteView ViewOf(const sitehlp::tag_Site& site) {
     case sitehlp::SITE_TYPE_FTP: {
       const sitehlp::tag_FtpSite& s = site.ftpSite;
       v.kind = "FTP";
-      v.element = "FTPSite";
-      v.name = Narrow(s.szName);
       v.server = HostPort(s.szServer, static_cast<unsigned int>(s.nPort));
       v.hasPassword = s.szPassword[0] != 0;
       break;
     }
-    case sitehlp::SITE_TYPE_UNC: {
-      const sitehlp::tag_UncSite& s = site.uncSite;
+    case sitehlp::SITE_TYPE_UNC:
       v.kind = "UNC";
-      v.element = "UNCSite";
-      v.name = Narrow(s.szName);
-      v.server = Narrow(s.szServer);
-      v.hasPassword = s.szPassword[0] != 0;
+      v.server = Narrow(site.uncSite.szServer);
+      v.hasPassword = site.uncSite.szPassword[0] != 0;
       break;
-    }
-    case sitehlp::SITE_TYPE_LOCAL: {
-      const sitehlp::tag_LocalSite& s = site.localSite;
+    case sitehlp::SITE_TYPE_LOCAL:
       v.kind = "Local";
-      v.element = "LocalSite";
-      v.name = Narrow(s.szName);
       v.server = "127.0.0.1";  // what the document always holds for a local site
-      v.hasPassword = s.szPassword[0] != 0;
+      v.hasPassword = site.localSite.szPassword[0] != 0;
       break;
-    }
     case sitehlp::SITE_TYPE_PROXY: {
       const sitehlp::tag_ProxySettings& p = site.proxySettings;
       v.kind = "Proxy";
       v.element = "ProxyConfigList";
-      v.name = Narrow(p.szName);
       v.server = ProxyServer(p);
       v.hasPassword = p.szHttpProxyPassword[0] || p.szFtpProxyPassword[0] || p.szAlternateHttpProxyPassword[0] ||
                       p.szAlternateFtpProxyPassword[0];

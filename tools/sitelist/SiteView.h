@@ -1,5 +1,5 @@
-// What the tool shows of one site record. Passwords are never shown: only
-// whether one is set.
+// What the tool shows of one site record in the site table. Passwords are
+// never shown: only whether one is set.
 #ifndef VLM_TOOLS_SITELIST_SITEVIEW_H
 #define VLM_TOOLS_SITELIST_SITEVIEW_H
 

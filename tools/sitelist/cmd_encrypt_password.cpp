@@ -5,15 +5,17 @@
 #include <cstdio>
 #include <iostream>
 #include <iterator>
+#include <memory>
 #include <string>
 
 #include "Command.h"
 #include "Context.h"
+#include "Output.h"
 
 namespace sitelist {
 namespace {
 
-int Run(Context& ctx) {
+int Run(Context& ctx, bool json) {
   std::string password{std::istreambuf_iterator<char>(std::cin), std::istreambuf_iterator<char>()};
   // One line ending is the terminal's or echo's, not part of the password.
   if (!password.empty() && password.back() == '\n') password.pop_back();
@@ -21,16 +23,21 @@ int Run(Context& ctx) {
   std::wstring encrypted;
   if (ctx.Helper().EncryptPassword(Wide(password), encrypted) == 0)
     return ctx.Fail("the password could not be encrypted");
-  std::printf("%s\n", Narrow(encrypted).c_str());
+  if (json)
+    PrintJson({{"encrypted", Narrow(encrypted)}});
+  else
+    std::printf("%s\n", Narrow(encrypted).c_str());
   return 0;
 }
 
 Bound Setup(CLI::App& app, Context& ctx) {
+  auto json = std::make_shared<bool>(false);
   CLI::App* sub = app.add_subcommand(
       "encrypt-password", "Encrypt a password read from stdin for a site list's Password element");
+  sub->add_flag("--json", *json, "Print one JSON document {\"encrypted\": TEXT}");
   sub->footer("One trailing line ending is dropped. The keys are those of VLM_KEY_DIR.\n"
               "Example:\n  sitelist encrypt-password < /run/secrets/repository-password");
-  return {sub, [&ctx] { return Run(ctx); }};
+  return {sub, [json, &ctx] { return Run(ctx, *json); }};
 }
 
 const Registration c_registration(140, &Setup);

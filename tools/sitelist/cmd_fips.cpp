@@ -1,4 +1,4 @@
-// sitelist fips [FILE]: the FIPS mode flag of a site list.
+// sitelist fips [FILE] [--json]: the FIPS mode flag of a site list.
 #include <CLI/CLI.hpp>
 
 #include <memory>
@@ -11,25 +11,36 @@
 namespace sitelist {
 namespace {
 
-int Run(Context& ctx, const std::string& file) {
+struct FipsOptions {
+  std::string file;
+  bool json = false;
+};
+
+int Run(Context& ctx, const FipsOptions& o) {
   sitehlp::CSitesHelper& helper = ctx.Helper();
+  const std::string path = o.file.empty() ? ctx.OwnListPath() : o.file;
+  const std::size_t mark = ctx.Log().Mark();
   // The FIPS query answers -1 both for an unreadable file and for a list
   // without the flag; the version query tells the two apart.
   std::wstring global, local, type;
-  const int rc = helper.GetSitelistVersions(Wide(file), global, local, type);
-  if (rc < 0) return ctx.FailCode(rc);
+  const int rc = helper.GetSitelistVersions(Wide(path), global, local, type);
+  if (rc < 0) return ctx.ReadFailure(path, rc, mark);
   std::wstring mode;
-  const bool set = helper.GetSitelistFipsMode(Wide(file), mode) == 0;
-  PrintFields({{"FIPS mode", set ? Narrow(mode) : "(not set)"}});
+  const bool set = helper.GetSitelistFipsMode(Wide(path), mode) == 0;
+  if (o.json)
+    PrintJson({{"path", path}, {"fipsMode", set ? Json(Narrow(mode)) : Json()}});
+  else
+    PrintFields({{"FIPS mode", set ? Narrow(mode) : "(not set)"}});
   return 0;
 }
 
 Bound Setup(CLI::App& app, Context& ctx) {
-  auto file = std::make_shared<std::string>();
+  auto o = std::make_shared<FipsOptions>();
   CLI::App* sub = app.add_subcommand("fips", "FIPS mode flag of a site list (\"1\" means FIPS mode)");
-  sub->add_option("FILE", *file, "Site list file (default: the agent's own)")->type_name("");
+  sub->add_option("FILE", o->file, "Site list file (default: the agent's own)")->type_name("");
+  sub->add_flag("--json", o->json, "Print one JSON document (fipsMode null when not set)");
   sub->footer("Example:\n  sitelist fips");
-  return {sub, [file, &ctx] { return Run(ctx, *file); }};
+  return {sub, [o, &ctx] { return Run(ctx, *o); }};
 }
 
 const Registration c_registration(30, &Setup);

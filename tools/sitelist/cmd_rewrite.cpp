@@ -2,10 +2,10 @@
 // replaces sections of the agent's site list document from another list.
 #include <CLI/CLI.hpp>
 
-#include <cstdio>
 #include <memory>
 #include <string>
 
+#include "Change.h"
 #include "Command.h"
 #include "Context.h"
 
@@ -17,19 +17,31 @@ struct RewriteOptions {
   bool repositories = false;
   bool server = false;
   std::string keyDir;
+  ChangeOptions change;
 };
 
+std::string Replaced(const RewriteOptions& o) {
+  if (o.repositories && o.server) return "vendor repositories, SPIPE sites and CA bundle";
+  return o.repositories ? "vendor repositories" : "SPIPE sites and CA bundle";
+}
+
+StepResult Rewrite(Context& ctx, const RewriteOptions& o, const std::string& file, const std::string& shownFile) {
+  const std::size_t mark = ctx.Log().Mark();
+  if (ctx.MakeHelper(file)->modifySiteList(Wide(o.file).c_str(), o.repositories, o.server, AString(Wide(o.keyDir))))
+    return {0, true, "rewrote " + shownFile + " from " + o.file + " (" + Replaced(o) + " replaced)"};
+  // The rewrite answers only yes or no; the files tell why.
+  if (const int status = ctx.FileFailure(shownFile, mark)) return {status, false, ""};
+  if (const int status = ctx.FileFailure(o.file, mark)) return {status, false, ""};
+  return {ctx.Fail("the site list was not rewritten from " + o.file), false, ""};
+}
+
 int Run(Context& ctx, const RewriteOptions& o) {
+  if (!o.repositories && !o.server) return ctx.Fail("give --repositories, --server or both", c_exitUsage);
   ctx.WantInformationLines();  // key file hints
-  sitehlp::CSitesHelper& helper = ctx.Helper();
-  if (!helper.modifySiteList(Wide(o.file).c_str(), o.repositories, o.server, AString(Wide(o.keyDir))))
-    return ctx.Fail("the site list was not rewritten from " + o.file);
-  std::string what;
-  if (o.repositories) what = "vendor repositories";
-  if (o.server) what += std::string(what.empty() ? "" : ", ") + "SPIPE sites and CA bundle";
-  std::printf("rewrote %s from %s (%s replaced)\n", Narrow(helper.GetSiteListPath()).c_str(), o.file.c_str(),
-              what.empty() ? "nothing" : what.c_str());
-  return 0;
+  const ChangeTarget target{ctx.OwnListPath(), true, true};
+  return ApplyChange(ctx, target, o.change, [&](const std::string& file, const std::string& shownFile) {
+    return Rewrite(ctx, o, file, shownFile);
+  });
 }
 
 Bound Setup(CLI::App& app, Context& ctx) {
@@ -42,8 +54,9 @@ Bound Setup(CLI::App& app, Context& ctx) {
   sub->add_option("--key-dir", o->keyDir,
                   "Directory holding srpubkey.bin for a list without a versioned management server")
       ->type_name("DIR");
-  sub->footer("Everything else in the document is kept as it is; NEWFILE's key files are placed\n"
-              "beside the agent's site list.\n"
+  AddChangeOptions(*sub, o->change);
+  sub->footer("At least one of --repositories and --server is needed. Everything else in the\n"
+              "document is kept as it is; NEWFILE's key files are placed beside the agent's list.\n"
               "Example:\n  sitelist rewrite --server /tmp/incoming/SiteList.xml");
   return {sub, [o, &ctx] { return Run(ctx, *o); }};
 }

@@ -2,11 +2,11 @@
 // from a SiteList.xml without the client's own sites.
 #include <CLI/CLI.hpp>
 
-#include <cstdio>
 #include <filesystem>
 #include <memory>
 #include <string>
 
+#include "Change.h"
 #include "Command.h"
 #include "Context.h"
 
@@ -16,6 +16,7 @@ namespace {
 struct ServerListOptions {
   std::string from;
   std::string to;
+  ChangeOptions change;
 };
 
 // The framework data directory: the parent of the directory that holds the
@@ -31,10 +32,18 @@ int Run(Context& ctx, const ServerListOptions& o) {
   const std::string from =
       o.from.empty() ? std::filesystem::path(Narrow(helper.GetSiteListPath())).parent_path().string() : o.from;
   const std::string to = o.to.empty() ? DataDirectory(helper) : o.to;
-  if (!sitehlp::CSitesHelper::createServerSiteListFromSiteList(Wide(from).c_str(), Wide(to).c_str()))
-    return ctx.Fail("ServerSiteList.xml was not written from " + from + "/SiteList.xml to " + to);
-  std::printf("wrote %s/ServerSiteList.xml from %s/SiteList.xml\n", to.c_str(), from.c_str());
-  return 0;
+  // Not a list the agent reads its sites from: no change notice.
+  const ChangeTarget target{(std::filesystem::path(to) / "ServerSiteList.xml").string(), false, false};
+  return ApplyChange(ctx, target, o.change, [&](const std::string& file, const std::string&) {
+    const std::size_t mark = ctx.Log().Mark();
+    const std::string dir = std::filesystem::path(file).parent_path().string();
+    if (!sitehlp::CSitesHelper::createServerSiteListFromSiteList(Wide(from).c_str(), Wide(dir).c_str())) {
+      if (const int status = ctx.FileFailure(from + "/SiteList.xml", mark)) return StepResult{status, false, ""};
+      return StepResult{ctx.Fail("ServerSiteList.xml was not written from " + from + "/SiteList.xml to " + to), false,
+                        ""};
+    }
+    return StepResult{0, true, "wrote " + to + "/ServerSiteList.xml from " + from + "/SiteList.xml"};
+  });
 }
 
 Bound Setup(CLI::App& app, Context& ctx) {
@@ -45,6 +54,7 @@ Bound Setup(CLI::App& app, Context& ctx) {
       ->type_name("DIR");
   sub->add_option("--to", o->to, "Directory to write ServerSiteList.xml to (default: the framework data directory)")
       ->type_name("DIR");
+  AddChangeOptions(*sub, o->change);
   sub->footer("Example:\n  sitelist server-list --to /tmp/relay");
   return {sub, [o, &ctx] { return Run(ctx, *o); }};
 }

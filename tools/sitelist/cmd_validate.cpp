@@ -1,4 +1,5 @@
-// sitelist validate FILE: the source checks an import would run.
+// sitelist validate FILE [--json]: the source checks an import would run,
+// rule by rule.
 #include <CLI/CLI.hpp>
 
 #include <cstdio>
@@ -7,38 +8,53 @@
 
 #include "Command.h"
 #include "Context.h"
+#include "Output.h"
+#include "SourceRules.h"
 
 namespace sitelist {
 namespace {
 
-int Run(Context& ctx, const std::string& file) {
+struct ValidateOptions {
+  std::string file;
+  bool json = false;
+};
+
+int Run(Context& ctx, const ValidateOptions& o) {
   ctx.WantInformationLines();  // every failed rule is an information line
   sitehlp::CSitesHelper& helper = ctx.Helper();
   const bool managed = ctx.Managed();
+  std::size_t mark = ctx.Log().Mark();
   sitehlp::tag_Site* sites = nullptr;
-  int rc = helper.MustReadSiteList(Wide(file), &sites);
+  int rc = helper.MustReadSiteList(Wide(o.file), &sites);
   if (rc < 0) {
     helper.FreeSiteListMemory(sites);
-    return ctx.FailCode(rc);
+    return ctx.ReadFailure(o.file, rc, mark);
   }
-  if (!sites) return ctx.Fail("the site list holds no site");
+  mark = ctx.Log().Mark();
   rc = helper.SourceSiteListCheck(sites, managed);
+  const std::vector<RuleVerdict> verdicts = Verdicts(ctx, FactsOf(sites, managed), mark);
   helper.FreeSiteListMemory(sites);
-  if (rc != 0) return ctx.FailCode(rc);
-  std::printf("%s: accepted for %s agent\n", file.c_str(), managed ? "a managed" : "an unmanaged");
+  if (o.json)
+    PrintJson({{"path", o.file}, {"managed", managed}, {"accepted", rc == 0}, {"result", rc},
+               {"rules", VerdictsJson(verdicts)}});
+  // Every failure of the checks is a refusal: -9 for failed rules, the code
+  // of finding no SPIPE site (-8, or -2 for a list without sites) otherwise.
+  if (rc < 0) return o.json ? c_exitRefused : ReportRefusal(ctx, o.file, rc, verdicts);
+  if (!o.json) std::printf("%s: accepted for %s agent\n", o.file.c_str(), managed ? "a managed" : "an unmanaged");
   return 0;
 }
 
 Bound Setup(CLI::App& app, Context& ctx) {
-  auto file = std::make_shared<std::string>();
+  auto o = std::make_shared<ValidateOptions>();
   CLI::App* sub = app.add_subcommand("validate", "Run the source checks of an import on a site list file");
-  sub->add_option("FILE", *file, "The outside site list to check")->required()->type_name("");
-  sub->footer("Every failed rule is printed; exit status 0 only when the list would be accepted.\n"
-              "The management server rules apply to a managed agent (--managed, --unmanaged\n"
-              "or VLM_MANAGED); a versioned management server also needs its key files\n"
-              "beside FILE.\n"
+  sub->add_option("FILE", o->file, "The outside site list to check")->required()->type_name("");
+  sub->add_flag("--json", o->json, "Print one JSON document with every rule and its verdict");
+  sub->footer("Every failed rule is printed with the site at fault; exit status 0 when the list\n"
+              "would be accepted, 5 when the checks refuse it. The management server rules\n"
+              "apply to a managed agent (--managed, --unmanaged or VLM_MANAGED); a versioned\n"
+              "management server also needs its key files beside FILE.\n"
               "Example:\n  sitelist validate --managed /tmp/incoming/SiteList.xml");
-  return {sub, [file, &ctx] { return Run(ctx, *file); }};
+  return {sub, [o, &ctx] { return Run(ctx, *o); }};
 }
 
 const Registration c_registration(50, &Setup);

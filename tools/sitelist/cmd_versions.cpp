@@ -1,4 +1,4 @@
-// sitelist versions [FILE]: the version stamps and type of a site list.
+// sitelist versions [FILE] [--json]: the version stamps and type of a site list.
 #include <CLI/CLI.hpp>
 
 #include <memory>
@@ -11,21 +11,32 @@
 namespace sitelist {
 namespace {
 
-int Run(Context& ctx, const std::string& file) {
+struct VersionsOptions {
+  std::string file;
+  bool json = false;
+};
+
+int Run(Context& ctx, const VersionsOptions& o) {
   sitehlp::CSitesHelper& helper = ctx.Helper();
+  const std::string path = o.file.empty() ? ctx.OwnListPath() : o.file;
+  const std::size_t mark = ctx.Log().Mark();
   std::wstring global, local, type;
-  const int rc = helper.GetSitelistVersions(Wide(file), global, local, type);
-  if (rc < 0) return ctx.FailCode(rc);
-  PrintFields({{"Global version", Narrow(global)}, {"Local version", Narrow(local)}, {"Type", Narrow(type)}});
+  const int rc = helper.GetSitelistVersions(Wide(path), global, local, type);
+  if (rc < 0) return ctx.ReadFailure(path, rc, mark);
+  if (o.json)
+    PrintJson({{"path", path}, {"globalVersion", Narrow(global)}, {"localVersion", Narrow(local)}, {"type", Narrow(type)}});
+  else
+    PrintFields({{"Global version", Narrow(global)}, {"Local version", Narrow(local)}, {"Type", Narrow(type)}});
   return 0;
 }
 
 Bound Setup(CLI::App& app, Context& ctx) {
-  auto file = std::make_shared<std::string>();
+  auto o = std::make_shared<VersionsOptions>();
   CLI::App* sub = app.add_subcommand("versions", "Global version, local version and type of a site list");
-  sub->add_option("FILE", *file, "Site list file (default: the agent's own)")->type_name("");
+  sub->add_option("FILE", o->file, "Site list file (default: the agent's own)")->type_name("");
+  sub->add_flag("--json", o->json, "Print one JSON document");
   sub->footer("Example:\n  sitelist versions\n  sitelist versions /tmp/incoming/SiteList.xml");
-  return {sub, [file, &ctx] { return Run(ctx, *file); }};
+  return {sub, [o, &ctx] { return Run(ctx, *o); }};
 }
 
 const Registration c_registration(20, &Setup);

@@ -2,6 +2,7 @@
 // API only, like any other caller.
 #include <CLI/CLI.hpp>
 
+#include <clocale>
 #include <map>
 
 #include "Command.h"
@@ -15,8 +16,10 @@ constexpr const char c_description[] =
     "Works on <data dir>/etc/SiteList.xml unless --site-list names another file.";
 
 constexpr const char c_footer[] =
-    "Exit status: 0 success, 1 the operation failed (its result code and meaning\n"
-    "on stderr), 2 usage error.\n"
+    "Exit status: 0 success; 1 the operation failed (its result code and meaning on\n"
+    "stderr); 2 usage error; 3 a file is missing or cannot be read; 4 a file is not\n"
+    "well-formed XML; 5 refused by the source checks; 6 a lock could not be obtained.\n"
+    "Every command that writes takes --dry-run; every command that prints takes --json.\n"
     "Configuration comes from the environment (VLM_FRAMEWORK_DATA_DIR, VLM_MANAGED,\n"
     "VLM_LOCK_DIR, VLM_KEY_DIR, VLM_LOG_LEVEL, VLM_LOG_SINK); the library's error\n"
     "lines go to stderr unless VLM_LOG_SINK says otherwise.\n"
@@ -25,6 +28,8 @@ constexpr const char c_footer[] =
 }  // namespace
 
 int main(int argc, char** argv) {
+  // Display widths of names in tables; nothing else depends on the locale.
+  std::setlocale(LC_CTYPE, "C.UTF-8");
   sitelist::Context context;
   CLI::App app{c_description, "sitelist"};
   app.footer(c_footer);
@@ -60,5 +65,6 @@ int main(int argc, char** argv) {
 
   const CLI::App* chosen = app.get_subcommands().front();
   context.SetCommand(chosen->get_name());
+  context.KeepLibraryLog();
   return actions.at(chosen)();
 }

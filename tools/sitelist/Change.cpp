@@ -1,0 +1,186 @@
+#include "Change.h"
+
+#include <CLI/CLI.hpp>
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <map>
+#include <optional>
+#include <vector>
+
+#include "Context.h"
+#include "DiffOutput.h"
+#include "ListDiff.h"
+#include "ScratchDir.h"
+
+namespace sitelist {
+namespace fs = std::filesystem;
+namespace {
+
+// Key files placed beside a site list by an import, install or rewrite.
+constexpr const char* c_keyFiles[] = {"srpubkey.bin", "reqseckey.bin", "sr2048pubkey.bin", "req2048seckey.bin"};
+// The FIPS marker's path is the list's directory with this text appended
+// (not joined as a path), as the library forms it.
+constexpr const char c_fipsMarkerSuffix[] = "\\agentfipsmode";
+
+// The files a write may touch besides a list in dir, by their paths.
+std::vector<std::string> CompanionFiles(const ChangeTarget& target, const std::string& dir) {
+  std::vector<std::string> files;
+  if (!target.keyFiles) return files;
+  for (const char* name : c_keyFiles) files.push_back((fs::path(dir) / name).string());
+  files.push_back(dir + c_fipsMarkerSuffix);
+  return files;
+}
+
+std::optional<std::string> Contents(const std::string& path) {
+  std::error_code ec;
+  if (!fs::is_regular_file(path, ec)) return std::nullopt;
+  std::ifstream in(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+using Files = std::map<std::string, std::optional<std::string>>;  // shown path -> contents
+
+Files FilesAt(const std::vector<std::string>& shown, const std::vector<std::string>& actual) {
+  Files files;
+  for (std::size_t i = 0; i < shown.size(); ++i) files[shown[i]] = Contents(actual[i]);
+  return files;
+}
+
+std::vector<FileChange> FileChanges(const Files& before, const Files& after) {
+  std::vector<FileChange> changes;
+  for (const auto& [path, old] : before) {
+    const std::optional<std::string>& now = after.at(path);
+    if (old == now) continue;
+    changes.push_back({path, old ? std::optional(old->size()) : std::nullopt,
+                       now ? std::optional(now->size()) : std::nullopt});
+  }
+  return changes;
+}
+
+// The copy of a list's directory in a scratch directory: a directory of the
+// same name, so that paths the library forms from it (the FIPS marker's)
+// stay alike.
+std::string CopyDirectory(const ScratchDir& scratch, const std::string& dir) {
+  const std::string name = fs::path(dir).filename().string();
+  return (fs::path(scratch.Path()) / (name.empty() ? "list" : name)).string();
+}
+
+bool CopyIfPresent(const std::string& from, const std::string& to) {
+  std::error_code ec;
+  if (!fs::is_regular_file(from, ec)) return true;
+  if (!fs::copy_file(from, to, fs::copy_options::overwrite_existing, ec)) return false;
+  fs::permissions(to, fs::status(from, ec).permissions(), ec);
+  return !ec;
+}
+
+ListState StateOf(Context& ctx, const std::string& path, std::string& label) {
+  ListState state;
+  if (ReadListState(ctx, path, state) != 0) {
+    // The step decides what an unreadable list means; the diff shows it empty.
+    state = ListState{};
+    state.path = path;
+    state.exists = true;
+    label += " (could not be read)";
+  }
+  return state;
+}
+
+void PrintResult(Context& ctx, const ChangeOptions& options, const StepResult& result, const ListDiff* diff) {
+  if (!options.json) {
+    std::printf("%s\n", result.message.c_str());
+    return;
+  }
+  PrintJson({{"command", ctx.Command()},
+             {"file", diff ? diff->oldPath : ""},
+             {"dryRun", options.dryRun},
+             {"written", result.written && !options.dryRun},
+             {"message", result.message},
+             {"changes", diff ? DiffJson(*diff) : Json()}});
+}
+
+int DryRun(Context& ctx, const ChangeTarget& target, const ChangeOptions& options, const WriteStep& step) {
+  ScratchDir scratch("dry-run");
+  if (!scratch.Ok()) return ctx.Fail("no scratch directory for the dry run");
+  const std::string dir = fs::path(target.file).parent_path().string();
+  const std::string copyDir = CopyDirectory(scratch, dir);
+  const std::string copy = (fs::path(copyDir) / fs::path(target.file).filename()).string();
+  const std::vector<std::string> companions = CompanionFiles(target, dir);
+  const std::vector<std::string> copies = CompanionFiles(target, copyDir);
+  std::error_code ec;
+  bool copied = fs::create_directories(copyDir, ec) && CopyIfPresent(target.file, copy);
+  for (std::size_t i = 0; i < companions.size(); ++i) copied = CopyIfPresent(companions[i], copies[i]) && copied;
+  if (!copied) return ctx.Fail("the files of " + target.file + " could not be copied for the dry run");
+  std::string oldLabel = target.file;
+  const ListState before = StateOf(ctx, target.file, oldLabel);
+  const StepResult result = step(copy, target.file);
+  if (result.status != 0) return result.status;
+  std::string newLabel = target.file + " (after " + ctx.Command() + ")";
+  ListState after = StateOf(ctx, copy, newLabel);
+  after.path = target.file;
+  ListDiff diff = DiffLists(before, after);
+  diff.files = FileChanges(FilesAt(companions, companions), FilesAt(companions, copies));
+  if (options.json) {
+    PrintResult(ctx, options, result, &diff);
+  } else {
+    std::printf("%s", DiffText(diff, oldLabel, newLabel).c_str());
+    std::printf("dry run: %s; nothing was written\n", result.message.c_str());
+  }
+  return result.status;
+}
+
+// The change notice that tells the agent's processes to read the list again.
+int Notify(Context& ctx) {
+  const std::size_t mark = ctx.Log().Mark();
+  const int before = sitehlp::CSitesHelper::m_iChange;
+  ctx.Helper().needToUpdateInMemSiteList();
+  if (sitehlp::CSitesHelper::m_iChange != before) return 0;
+  if (const int status = ctx.LockFailure(mark)) return status;
+  return ctx.Fail("the change notice was not recorded", c_exitLock);
+}
+
+int RealRun(Context& ctx, const ChangeTarget& target, const ChangeOptions& options, const WriteStep& step) {
+  const std::vector<std::string> companions = CompanionFiles(target, fs::path(target.file).parent_path().string());
+  std::string label = target.file;
+  ListState before;
+  Files filesBefore;
+  if (options.json) {
+    before = StateOf(ctx, target.file, label);
+    filesBefore = FilesAt(companions, companions);
+  }
+  // Every real write of the tool passes here, with the files it may replace
+  // named by target.
+  const StepResult result = step(target.file, target.file);
+  if (result.status != 0) return result.status;
+  if (result.written && target.notify) {
+    if (const int status = Notify(ctx)) return status;
+  }
+  if (!options.json) {
+    PrintResult(ctx, options, result, nullptr);
+    return 0;
+  }
+  std::string afterLabel = target.file;
+  ListDiff diff = DiffLists(before, StateOf(ctx, target.file, afterLabel));
+  diff.files = FileChanges(filesBefore, FilesAt(companions, companions));
+  PrintResult(ctx, options, result, &diff);
+  return 0;
+}
+
+}  // namespace
+
+void AddChangeOptions(CLI::App& command, ChangeOptions& options) {
+  command.add_flag("--dry-run", options.dryRun,
+                   "Run everything on a scratch copy and print what would change; write nothing");
+  command.add_flag("--json", options.json, "Print the result, and what changed, as one JSON document");
+}
+
+int ApplyChange(Context& ctx, const ChangeTarget& target, const ChangeOptions& options, const WriteStep& step) {
+  // An absolute path gives the list a directory whose copy a dry run can make.
+  ChangeTarget absolute = target;
+  absolute.file = fs::absolute(target.file).lexically_normal().string();
+  return options.dryRun ? DryRun(ctx, absolute, options, step) : RealRun(ctx, absolute, options, step);
+}
+
+}  // namespace sitelist

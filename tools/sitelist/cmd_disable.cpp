@@ -1,0 +1,13 @@
+// sitelist disable NAME [--kind K]: see EnableSite.h.
+#include "Context.h"
+#include "EnableSite.h"
+
+namespace sitelist {
+namespace {
+
+Bound Setup(CLI::App& app, Context& ctx) { return SetupEnableCommand(app, ctx, false); }
+
+const Registration c_registration(75, &Setup);
+
+}  // namespace
+}  // namespace sitelist
