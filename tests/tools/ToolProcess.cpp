@@ -37,7 +37,12 @@ struct Pipe {
 
 ToolResult RunTool(const std::vector<std::string>& args, const std::map<std::string, std::string>& env,
                    const std::string& input) {
-  std::vector<std::string> argStrings;
+  return RunToolThrough({}, args, env, input);
+}
+
+ToolResult RunToolThrough(const std::vector<std::string>& wrapper, const std::vector<std::string>& args,
+                          const std::map<std::string, std::string>& env, const std::string& input) {
+  std::vector<std::string> argStrings = wrapper;
   argStrings.push_back(VLM_SITELIST_TOOL);
   argStrings.insert(argStrings.end(), args.begin(), args.end());
   std::vector<std::string> envStrings;

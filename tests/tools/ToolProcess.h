@@ -19,6 +19,10 @@ struct ToolResult {
 // plus the sanitizer settings of this process when present.
 ToolResult RunTool(const std::vector<std::string>& args, const std::map<std::string, std::string>& env,
                    const std::string& input = "");
+// The same, run through a wrapper command (its argv before the tool's), for
+// example setpriv to take capabilities away from the tool.
+ToolResult RunToolThrough(const std::vector<std::string>& wrapper, const std::vector<std::string>& args,
+                          const std::map<std::string, std::string>& env, const std::string& input = "");
 
 }  // namespace tooltest
 

@@ -5,7 +5,8 @@
 #include <filesystem>
 #include <string>
 
-#include "MiniJson.h"
+#include <nlohmann/json.hpp>
+
 #include "ToolFixture.h"
 #include "port/config/IConfiguration.h"
 #include "sitehlp/SitesHelper.h"
@@ -16,6 +17,7 @@ namespace {
 using testsupport::FileExists;
 using testsupport::ReadFile;
 using testsupport::WriteFile;
+using Json = nlohmann::ordered_json;
 
 const char c_standardList[] = "/opt/Velmora/orx/scratch/etc/SiteList.xml";
 
@@ -25,21 +27,63 @@ class BufferCommands : public ToolTest {
   std::string StandardList() const { return RootDir() + c_standardList; }
 };
 
-TEST_F(BufferCommands, ExportPrintsTheListWithoutTheBundlesOpeningTag) {
+TEST_F(BufferCommands, ExportPrintsTheListAsItIsWithTheBundlesStartTagPutBack) {
   const ToolResult r = Run({"export"});
   EXPECT_EQ(r.exitStatus, 0);
   EXPECT_EQ(r.err, "");
-  std::string expected = c_agentList;
-  expected.erase(expected.find("<CaBundle>"), std::string("<CaBundle>").size());
-  EXPECT_EQ(r.out, expected);
+  EXPECT_EQ(r.out, c_agentList);
+  const ToolResult json = Run({"export", "--json"});
+  EXPECT_EQ(json.exitStatus, 0);
+  EXPECT_EQ(Json::parse(json.out), (Json{{"path", OwnList()}, {"text", std::string(c_agentList)}}));
 }
 
-TEST_F(BufferCommands, ExportWithoutASiteListFails) {
+TEST_F(BufferCommands, ExportPutsTheStartTagBackOnALineOfItsOwnOrInline) {
+  std::string inlineBundle = c_agentList;
+  inlineBundle.replace(inlineBundle.find("<CaBundle>\n    "), 15, "<CaBundle>");
+  WriteFile(OwnList(), inlineBundle);
+  EXPECT_EQ(Run({"export"}).out, inlineBundle);
+  std::string empty = c_agentList;
+  const std::size_t from = empty.find("<CaBundle>"), to = empty.find("</CaBundle>") + 11;
+  empty.replace(from, to - from, "<CaBundle></CaBundle>");
+  WriteFile(OwnList(), empty);
+  EXPECT_EQ(Run({"export"}).out, empty);
+}
+
+TEST_F(BufferCommands, ExportWithoutASiteListNamesTheFile) {
   std::filesystem::remove(OwnList());
   const ToolResult r = Run({"export"});
-  EXPECT_EQ(r.exitStatus, 1);
+  EXPECT_EQ(r.exitStatus, 3);
   EXPECT_EQ(r.out, "");
-  EXPECT_EQ(r.err, "sitelist export: the site list could not be read\n");
+  EXPECT_EQ(r.err, "sitelist export: " + OwnList() + ": no such file\n");
+}
+
+TEST_F(BufferCommands, ExportedTextLoadsBackIntoAnotherFile) {
+  const std::string full = FullList();
+  WriteFile(OwnList(), full);
+  const ToolResult exported = Run({"export"});
+  ASSERT_EQ(exported.exitStatus, 0) << exported.err;
+  const ToolResult loaded = Run({"load", "--site-list", Tmp("copy.xml")}, exported.out);
+  ASSERT_EQ(loaded.exitStatus, 0) << loaded.err;
+  EXPECT_EQ(loaded.err, "");
+  EXPECT_EQ(loaded.out, "site list written to " + Tmp("copy.xml") + "\n");
+  // Loading stamps a fresh local version (and, as no list was there before,
+  // takes it for the global version too), and the writer leaves FipsMode
+  // out; everything else, passwords included, comes back.
+  const ToolResult diff = Run({"diff", "--json", OwnList(), Tmp("copy.xml")});
+  ASSERT_EQ(diff.exitStatus, 0) << diff.err;
+  const Json changes = Json::parse(diff.out);
+  ASSERT_EQ(changes["list"].size(), 3u) << diff.out;
+  EXPECT_EQ(changes["list"][0]["field"], "globalVersion");
+  EXPECT_EQ(changes["list"][1]["field"], "localVersion");
+  EXPECT_EQ(changes["list"][0]["new"], changes["list"][1]["new"]);
+  EXPECT_EQ(changes["list"][2], (Json{{"field", "fipsMode"}, {"old", "1"}, {"new", nullptr}}));
+  EXPECT_EQ(changes["caCertificates"]["added"], Json::array());
+  EXPECT_EQ(changes["caCertificates"]["removed"], Json::array());
+  EXPECT_EQ(changes["policySettings"], Json::array());
+  EXPECT_EQ(changes["sites"], (Json{{"removed", Json::array()}, {"added", Json::array()}, {"changed", Json::array()}}));
+  EXPECT_EQ(ReadFile(OwnList()), full);
+  EXPECT_FALSE(FileExists(StandardList()));
+  EXPECT_TRUE(std::filesystem::is_empty(ScratchDir()));
 }
 
 TEST_F(BufferCommands, ExportWithAnArgumentIsAUsageError) {
@@ -68,14 +112,16 @@ TEST_F(BufferCommands, LoadWritesTheTextToTheStandardLocation) {
 
   const ToolResult shown = Run({"show", "--json", StandardList()});
   ASSERT_EQ(shown.exitStatus, 0) << shown.err;
-  const JsonValue doc = ParseJson(shown.out);
-  EXPECT_EQ(doc["caCertificates"].number, 1);
-  EXPECT_EQ(doc["type"].text, "Client");
-  EXPECT_EQ(doc["localVersion"].text.size(), 14u);  // stamped afresh
-  ASSERT_EQ(doc["sites"].items.size(), 1u);
-  EXPECT_EQ(doc["sites"][0]["name"].text, "Loaded");
-  EXPECT_EQ(doc["sites"][0]["server"].text, "loaded.test.example:8080");
-  EXPECT_EQ(doc["sites"][0]["order"].number, 4);
+  const Json doc = Json::parse(shown.out);
+  EXPECT_EQ(doc["caCertificates"], 1);
+  EXPECT_EQ(doc["type"], "Client");
+  EXPECT_EQ(doc["globalVersion"], "20250101000000");  // the agent's, as the library hands empty ones to the writer
+  EXPECT_EQ(doc["localVersion"].get<std::string>().size(), 14u);  // stamped afresh
+  ASSERT_EQ(doc["sites"].size(), 1u);
+  EXPECT_EQ(doc["sites"][0]["name"], "Loaded");
+  EXPECT_EQ(doc["sites"][0]["server"], "loaded.test.example:8080");
+  EXPECT_EQ(doc["sites"][0]["order"], 4);
+  EXPECT_TRUE(std::filesystem::is_empty(ScratchDir()));
 }
 
 TEST_F(BufferCommands, LoadOfMalformedTextFailsAndWritesNothing) {
@@ -83,7 +129,7 @@ TEST_F(BufferCommands, LoadOfMalformedTextFailsAndWritesNothing) {
   const Snapshot data = SnapshotOf(DataDir());
   const Snapshot root = SnapshotOf(RootDir());
   const ToolResult r = Run({"load"}, "<ns:SiteLists><SiteList>");
-  EXPECT_EQ(r.exitStatus, 1);
+  EXPECT_EQ(r.exitStatus, 4);
   EXPECT_EQ(r.out, "");
   EXPECT_EQ(r.err, "sitelist load: XML is not well formed (-5)\n");
   EXPECT_FALSE(FileExists(StandardList()));
@@ -113,9 +159,9 @@ TEST_F(BufferCommands, EncryptPasswordGivesTextThatDecryptsBack) {
   WriteFile(Tmp("with-password.xml"), list);
   const ToolResult shown = Run({"show", "--json", Tmp("with-password.xml")});
   ASSERT_EQ(shown.exitStatus, 0) << shown.err;
-  const JsonValue doc = ParseJson(shown.out);
-  EXPECT_FALSE(doc["sites"][0]["passwordSet"].boolean);
-  EXPECT_TRUE(doc["sites"][2]["passwordSet"].boolean);
+  const Json doc = Json::parse(shown.out);
+  EXPECT_EQ(doc["sites"][0]["passwordSet"], false);
+  EXPECT_EQ(doc["sites"][2]["passwordSet"], true);
   EXPECT_EQ(shown.out.find("s3cret"), std::string::npos);
 
   // The library, with the same keys, reads the clear password back.
@@ -166,12 +212,12 @@ TEST_F(BufferCommands, NotifyFailsWhenTheCacheLockCannotBeTaken) {
   WriteFile(Tmp("plain-file"), "x");
   const Snapshot before = SnapshotOf(DataDir());
   const ToolResult r = RunWith({{"VLM_LOCK_DIR", Tmp("plain-file") + "/locks"}}, {"notify"});
-  EXPECT_EQ(r.exitStatus, 1);
+  EXPECT_EQ(r.exitStatus, 6);
   EXPECT_EQ(r.out, "");
   EXPECT_EQ(r.err,
             "[ERROR] SiteHlp: Unable to take lock SiteListLock\n"
             "[ERROR] SiteHlp: Unable to take lock SmartSiteListLock\n"
-            "sitelist notify: the change notice was not recorded (lock \"SmartSiteListLock\" not taken)\n");
+            "sitelist notify: the lock \"SmartSiteListLock\" could not be obtained\n");
   EXPECT_EQ(SnapshotOf(DataDir()), before);
 }
 

@@ -83,26 +83,26 @@ TEST_F(ImportCommands, ValidatePrintsEveryFailedRule) {
   WriteFile(InList(), OutsideList(spipe, ""));
   const Snapshot before = SnapshotOf(DataDir());
   const ToolResult r = Run({"validate", InList(), "--managed"});
-  EXPECT_EQ(r.exitStatus, 1);
+  EXPECT_EQ(r.exitStatus, 5);
   EXPECT_EQ(r.out, "");
   EXPECT_EQ(r.err,
-            "[INFO] SiteHlp: must not be local\n"
-            "[INFO] SiteHlp: name cannot be empty\n"
-            "[INFO] SiteHlp: path cannot be empty\n"
-            "[INFO] SiteHlp: " + InDir() + "/reqseckey.bin or " + InDir() + "/req2048seckey.bin is invalid\n"
-            "[INFO] SiteHlp: " + InDir() + "/srpubkey.bin or " + InDir() + "/sr2048pubkey.bin is invalid\n"
-            "sitelist validate: the site list failed the source checks (-9)\n");
+            "sitelist validate: " + InList() + ": refused by the source checks (-9):\n"
+            "  not-local: SPIPE site \"\": must not be local\n"
+            "  name: SPIPE site \"\": name cannot be empty\n"
+            "  path: SPIPE site \"\": path cannot be empty\n"
+            "  request-key: SPIPE site \"\": " + InDir() + "/reqseckey.bin or " + InDir() + "/req2048seckey.bin is invalid\n"
+            "  server-key: SPIPE site \"\": " + InDir() + "/srpubkey.bin or " + InDir() + "/sr2048pubkey.bin is invalid\n");
   EXPECT_EQ(SnapshotOf(DataDir()), before);
 }
 
 TEST_F(ImportCommands, ValidateWithoutSpipeSiteDependsOnManagedMode) {
   WriteFile(InList(), c_noSpipeList);
   const ToolResult managed = RunWith({{"VLM_MANAGED", "1"}}, {"validate", InList()});
-  EXPECT_EQ(managed.exitStatus, 1);
+  EXPECT_EQ(managed.exitStatus, 5);
   EXPECT_EQ(managed.out, "");
   EXPECT_EQ(managed.err,
-            "[ERROR] SiteHlp: Failed to get SPIPE site hr=-8\n"
-            "sitelist validate: the site list has no SPIPE site (-8)\n");
+            "sitelist validate: " + InList() + ": refused by the source checks (-8):\n"
+            "  spipe-site: the list has no SPIPE site\n");
   // The override wins over the configuration.
   const ToolResult unmanaged = RunWith({{"VLM_MANAGED", "1"}}, {"--unmanaged", "validate", InList()});
   EXPECT_EQ(unmanaged.exitStatus, 0);
@@ -110,11 +110,11 @@ TEST_F(ImportCommands, ValidateWithoutSpipeSiteDependsOnManagedMode) {
   EXPECT_EQ(unmanaged.out, InList() + ": accepted for an unmanaged agent\n");
 }
 
-TEST_F(ImportCommands, ValidateOfAMissingFileFails) {
+TEST_F(ImportCommands, ValidateOfAMissingFileNamesIt) {
   const ToolResult r = Run({"validate", Tmp("in/none.xml")});
-  EXPECT_EQ(r.exitStatus, 1);
+  EXPECT_EQ(r.exitStatus, 3);
   EXPECT_EQ(r.out, "");
-  EXPECT_EQ(r.err, "[ERROR] SiteHlp: Failed hr=-4\nsitelist validate: site list file does not exist (-4)\n");
+  EXPECT_EQ(r.err, "[ERROR] SiteHlp: Failed hr=-4\nsitelist validate: " + Tmp("in/none.xml") + ": no such file\n");
 }
 
 TEST_F(ImportCommands, ValidateWithoutFileIsAUsageError) {
@@ -148,11 +148,11 @@ TEST_F(ImportCommands, RefusedImportChangesNothing) {
   WriteFile(InList(), c_noSpipeList);
   const Snapshot before = SnapshotOf(DataDir());
   const ToolResult r = Run({"--managed", "import", InList()});
-  EXPECT_EQ(r.exitStatus, 1);
+  EXPECT_EQ(r.exitStatus, 5);
   EXPECT_EQ(r.out, "");
   EXPECT_EQ(r.err,
-            "[ERROR] SiteHlp: Failed to get SPIPE site hr=-8\n"
-            "sitelist import: the site list has no SPIPE site (-8)\n");
+            "sitelist import: " + InList() + ": refused by the source checks (-8):\n"
+            "  spipe-site: the list has no SPIPE site\n");
   EXPECT_EQ(SnapshotOf(DataDir()), before);
 }
 
@@ -170,10 +170,10 @@ TEST_F(ImportCommands, InstallTakesAListThatImportRefuses) {
   WriteFile(Tmp("keys-in/srpubkey.bin"), "classic-public");
   const Snapshot before = SnapshotOf(DataDir());
   const ToolResult refused = Run({"--managed", "import", InList()});
-  EXPECT_EQ(refused.exitStatus, 1);
+  EXPECT_EQ(refused.exitStatus, 5);
   EXPECT_EQ(refused.err,
-            "[INFO] SiteHlp: path cannot be empty\n"
-            "sitelist import: the site list failed the source checks (-9)\n");
+            "sitelist import: " + InList() + ": refused by the source checks (-9):\n"
+            "  path: SPIPE site \"Vantor_InServer\": path cannot be empty\n");
   EXPECT_EQ(SnapshotOf(DataDir()), before);
 
   const ToolResult r = Run({"install", InList(), "--key-dir", Tmp("keys-in")});
@@ -187,9 +187,9 @@ TEST_F(ImportCommands, InstallTakesAListThatImportRefuses) {
 TEST_F(ImportCommands, InstallOfAMissingFileFailsAndChangesNothing) {
   const Snapshot before = SnapshotOf(DataDir());
   const ToolResult r = Run({"install", Tmp("in/none.xml")});
-  EXPECT_EQ(r.exitStatus, 1);
+  EXPECT_EQ(r.exitStatus, 3);
   EXPECT_EQ(r.out, "");
-  EXPECT_EQ(r.err, "[ERROR] SiteHlp: Failed hr=-4\nsitelist install: site list file does not exist (-4)\n");
+  EXPECT_EQ(r.err, "[ERROR] SiteHlp: Failed hr=-4\nsitelist install: " + Tmp("in/none.xml") + ": no such file\n");
   EXPECT_EQ(SnapshotOf(DataDir()), before);
 }
 

@@ -4,7 +4,8 @@
 
 #include <filesystem>
 
-#include "MiniJson.h"
+#include <nlohmann/json.hpp>
+
 #include "ToolFixture.h"
 
 namespace tooltest {
@@ -12,6 +13,7 @@ namespace {
 
 using testsupport::ReadFile;
 using testsupport::WriteFile;
+using Json = nlohmann::ordered_json;
 
 const char c_bareList[] = R"(<?xml version="1.0" encoding="UTF-8"?>
 <ns:SiteLists xmlns:ns="zelSiteList" GlobalVersion="20240101000000" LocalVersion="">
@@ -52,46 +54,28 @@ TEST_F(ReadCommands, ShowJsonIsOneDocumentWithEverySite) {
   const ToolResult r = Run({"show", "--json"});
   ASSERT_EQ(r.exitStatus, 0) << r.err;
   EXPECT_EQ(r.err, "");
-  const JsonValue doc = ParseJson(r.out);
-  EXPECT_EQ(doc.memberOrder, (std::vector<std::string>{"path", "globalVersion", "localVersion", "type", "fipsMode",
-                                                        "caCertificates", "policySettings", "sites"}));
-  EXPECT_EQ(doc["path"].text, OwnList());
-  EXPECT_EQ(doc["globalVersion"].text, "20250101000000");
-  EXPECT_EQ(doc["localVersion"].text, "20250102030405");
-  EXPECT_EQ(doc["type"].text, "Client");
-  EXPECT_EQ(doc["fipsMode"].text, "1");
-  EXPECT_EQ(doc["caCertificates"].number, 2);
-  ASSERT_EQ(doc["policySettings"].members.size(), 2u);
-  EXPECT_EQ(doc["policySettings"]["Alpha"].text, "x");
-  EXPECT_EQ(doc["policySettings"]["OverwriteClientSites"].text, "0");
-  const JsonValue& sites = doc["sites"];
-  ASSERT_EQ(sites.items.size(), 4u);
-  struct Expected {
-    const char *kind, *element, *type, *name, *server;
-    int order;
-    bool enabled, local;
-  };
-  const Expected expected[] = {
-      {"HTTP", "SpipeSite", "master", "Vantor_MasterSite", "mgmt.test.example:80", 1, true, false},
-      {"HTTP", "HttpSite", "repository", "Own", "own.test.example:8080", 2, true, true},
-      {"FTP", "FTPSite", "repository", "Ftp", "ftp.test.example:21", 3, false, false},
-      {"Local", "LocalSite", "fallback", "Cache", "127.0.0.1", 0, true, true},
-  };
-  for (std::size_t i = 0; i < 4; ++i) {
-    SCOPED_TRACE(i);
-    const JsonValue& s = sites[i];
-    EXPECT_EQ(s.members.size(), 9u);
-    EXPECT_EQ(s["kind"].text, expected[i].kind);
-    EXPECT_EQ(s["element"].text, expected[i].element);
-    EXPECT_EQ(s["type"].text, expected[i].type);
-    EXPECT_EQ(s["name"].text, expected[i].name);
-    EXPECT_EQ(s["server"].text, expected[i].server);
-    EXPECT_EQ(s["order"].number, expected[i].order);
-    EXPECT_EQ(s["enabled"].boolean, expected[i].enabled);
-    EXPECT_EQ(s["local"].boolean, expected[i].local);
-    EXPECT_EQ(s["passwordSet"].kind, JsonValue::Kind::Bool);
-    EXPECT_FALSE(s["passwordSet"].boolean);
-  }
+  const Json doc = Json::parse(r.out);
+  std::vector<std::string> keys;
+  for (const auto& item : doc.items()) keys.push_back(item.key());
+  EXPECT_EQ(keys, (std::vector<std::string>{"path", "globalVersion", "localVersion", "type", "fipsMode",
+                                            "caCertificates", "policySettings", "sites"}));
+  EXPECT_EQ(doc["path"], OwnList());
+  EXPECT_EQ(doc["globalVersion"], "20250101000000");
+  EXPECT_EQ(doc["localVersion"], "20250102030405");
+  EXPECT_EQ(doc["type"], "Client");
+  EXPECT_EQ(doc["fipsMode"], "1");
+  EXPECT_EQ(doc["caCertificates"], 2);
+  EXPECT_EQ(doc["policySettings"], Json::parse(R"({"Alpha": "x", "OverwriteClientSites": "0"})"));
+  const Json expected = Json::parse(R"([
+    {"kind": "HTTP", "element": "SpipeSite", "type": "master", "name": "Vantor_MasterSite",
+     "server": "mgmt.test.example:80", "order": 1, "enabled": true, "local": false, "passwordSet": false},
+    {"kind": "HTTP", "element": "HttpSite", "type": "repository", "name": "Own",
+     "server": "own.test.example:8080", "order": 2, "enabled": true, "local": true, "passwordSet": false},
+    {"kind": "FTP", "element": "FTPSite", "type": "repository", "name": "Ftp",
+     "server": "ftp.test.example:21", "order": 3, "enabled": false, "local": false, "passwordSet": false},
+    {"kind": "Local", "element": "LocalSite", "type": "fallback", "name": "Cache",
+     "server": "127.0.0.1", "order": 0, "enabled": true, "local": true, "passwordSet": false}])");
+  EXPECT_EQ(doc["sites"], expected);
 }
 
 TEST_F(ReadCommands, ShowOfAListWithoutFipsPoliciesOrSites) {
@@ -110,19 +94,18 @@ TEST_F(ReadCommands, ShowOfAListWithoutFipsPoliciesOrSites) {
             "Sites            0\n");
   const ToolResult j = Run({"show", "--json", Tmp("bare.xml")});
   ASSERT_EQ(j.exitStatus, 0);
-  const JsonValue doc = ParseJson(j.out);
-  EXPECT_EQ(doc["fipsMode"].kind, JsonValue::Kind::Null);
-  EXPECT_EQ(doc["localVersion"].text, "");
-  EXPECT_TRUE(doc["policySettings"].members.empty());
-  EXPECT_EQ(doc["sites"].kind, JsonValue::Kind::Array);
-  EXPECT_TRUE(doc["sites"].items.empty());
+  const Json doc = Json::parse(j.out);
+  EXPECT_TRUE(doc["fipsMode"].is_null());
+  EXPECT_EQ(doc["localVersion"], "");
+  EXPECT_EQ(doc["policySettings"], Json::object());
+  EXPECT_EQ(doc["sites"], Json::array());
 }
 
-TEST_F(ReadCommands, ShowOfAMissingFileFails) {
+TEST_F(ReadCommands, ShowOfAMissingFileNamesTheFile) {
   const ToolResult r = Run({"show", Tmp("missing.xml")});
-  EXPECT_EQ(r.exitStatus, 1);
+  EXPECT_EQ(r.exitStatus, 3);
   EXPECT_EQ(r.out, "");
-  EXPECT_EQ(r.err, "sitelist show: site list file does not exist (-4)\n");
+  EXPECT_EQ(r.err, "sitelist show: " + Tmp("missing.xml") + ": no such file\n");
 }
 
 TEST_F(ReadCommands, ShowOfTwoFilesIsAUsageError) {
@@ -144,12 +127,12 @@ TEST_F(ReadCommands, VersionsOfTheOwnListAndOfAnother) {
   EXPECT_EQ(r.out, "Global version  1\nLocal version   2\nType            Server\n");
 }
 
-TEST_F(ReadCommands, VersionsOfAMalformedFileFails) {
+TEST_F(ReadCommands, VersionsOfAMalformedFileSaysItIsNotWellFormed) {
   WriteFile(Tmp("bad.xml"), "<ns:SiteLists");
   const ToolResult r = Run({"versions", Tmp("bad.xml")});
-  EXPECT_EQ(r.exitStatus, 1);
+  EXPECT_EQ(r.exitStatus, 4);
   EXPECT_EQ(r.out, "");
-  EXPECT_EQ(r.err, "sitelist versions: general failure (-1)\n");
+  EXPECT_EQ(r.err, "sitelist versions: XML is not well formed (-5)\n");
 }
 
 TEST_F(ReadCommands, VersionsWithAnUnknownOptionIsAUsageError) {
@@ -170,11 +153,11 @@ TEST_F(ReadCommands, FipsPrintsTheFlagOrThatItIsNotSet) {
   EXPECT_EQ(r.out, "FIPS mode  (not set)\n");
 }
 
-TEST_F(ReadCommands, FipsOfAMissingFileFails) {
+TEST_F(ReadCommands, FipsOfAMissingFileNamesTheFile) {
   const ToolResult r = Run({"fips", Tmp("missing.xml")});
-  EXPECT_EQ(r.exitStatus, 1);
+  EXPECT_EQ(r.exitStatus, 3);
   EXPECT_EQ(r.out, "");
-  EXPECT_EQ(r.err, "sitelist fips: site list file does not exist (-4)\n");
+  EXPECT_EQ(r.err, "sitelist fips: " + Tmp("missing.xml") + ": no such file\n");
 }
 
 TEST_F(ReadCommands, FipsOfTwoFilesIsAUsageError) {
@@ -197,7 +180,7 @@ TEST_F(ReadCommands, CertsPrintsEveryCertificateInOrder) {
 TEST_F(ReadCommands, CertsOfAMalformedFileFails) {
   WriteFile(Tmp("bad.xml"), "<ns:SiteLists><CaBundle>");
   const ToolResult r = Run({"certs", Tmp("bad.xml")});
-  EXPECT_EQ(r.exitStatus, 1);
+  EXPECT_EQ(r.exitStatus, 4);
   EXPECT_EQ(r.out, "");
   EXPECT_EQ(r.err, "sitelist certs: XML is not well formed (-5)\n");
 }
@@ -216,14 +199,23 @@ TEST_F(ReadCommands, VersionOptionPrintsTheToolVersion) {
   EXPECT_EQ(r.out, "sitelist 4.0.0\n");
 }
 
-TEST_F(ReadCommands, HelpDescribesEveryCommand) {
+const char* const c_commands[] = {"show",        "diff",       "versions",   "fips",       "certs",
+                                  "validate",    "import",     "install",    "add-site",   "remove-site",
+                                  "enable",      "disable",    "set-order",  "edit",       "set-proxy",
+                                  "set-server",  "server-info", "server-list", "rewrite",   "export",
+                                  "load",        "encrypt-password", "notify"};
+
+TEST_F(ReadCommands, HelpDescribesEveryCommandAndTheExitStatuses) {
   const ToolResult r = Run({"--help"});
   EXPECT_EQ(r.exitStatus, 0);
-  for (const char* command : {"show", "versions", "fips", "certs", "validate", "import", "install", "set-server",
-                              "server-info", "server-list", "rewrite", "export", "load", "encrypt-password", "notify"})
+  for (const char* command : c_commands)
     EXPECT_NE(r.out.find(std::string("\n  ") + command + " "), std::string::npos) << command;
-  for (const char* command : {"show", "versions", "fips", "certs", "validate", "import", "install", "set-server",
-                              "server-info", "server-list", "rewrite", "export", "load", "encrypt-password", "notify"}) {
+  EXPECT_NE(r.out.find("Exit status: 0 success; 1 the operation failed (its result code and meaning on\n"
+                       "stderr); 2 usage error; 3 a file is missing or cannot be read; 4 a file is not\n"
+                       "well-formed XML; 5 refused by the source checks; 6 a lock could not be obtained.\n"),
+            std::string::npos)
+      << r.out;
+  for (const char* command : c_commands) {
     const ToolResult h = Run({command, "--help"});
     EXPECT_EQ(h.exitStatus, 0) << command;
     EXPECT_NE(h.out.find(std::string("Example:\n  sitelist ")), std::string::npos) << command;
