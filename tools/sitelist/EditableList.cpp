@@ -23,8 +23,6 @@ constexpr SiteKindName c_kindNames[] = {
     {"local", ZEL_XML_SITELIST_LOCAL_SITE, sitehlp::SITE_TYPE_LOCAL},
 };
 
-std::string Described(const sitehlp::tag_Site& site) { return ElementOf(site) + " \"" + NameOf(site) + "\""; }
-
 std::string Listed(const std::vector<sitehlp::tag_Site*>& sites) {
   std::string text;
   for (const sitehlp::tag_Site* site : sites) text += (text.empty() ? "" : ", ") + Described(*site);

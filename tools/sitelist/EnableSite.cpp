@@ -23,7 +23,7 @@ EditResult SetEnabled(EditableList& list, const EnableOptions& o) {
   sitehlp::tag_Site* site = list.Find(o.site, status);
   if (!site) return {status};
   site->bEnabled = o.enable;
-  const std::string described = ElementOf(*site) + " \"" + NameOf(*site) + "\"";
+  const std::string described = Described(*site);
   const std::string state = o.enable ? "enabled" : "disabled";
   return {0, state + " " + described + " in " + list.ShownFile(),
           described + " in " + list.ShownFile() + " is already " + state + "; nothing to change"};

@@ -65,9 +65,9 @@ void Ftp(FieldList& f, const sitehlp::tag_FtpSite& s) {
   f.Password("password", "password", s.szPassword);
 }
 
-void Unc(FieldList& f, const sitehlp::tag_UncSite& s) {
-  f.Text("server", "server", s.szServer);
-  f.Text("shareName", "share", s.szShareName);
+// The path and account fields that UNC and local sites share.
+template <typename Body>
+void PathAndAccount(FieldList& f, const Body& s) {
   f.Text("relativePath", "path", s.szRelativePath);
   f.Number("useLoggedonUserAccount", "use logged-on account", s.nUseLoggedonUserAccount);
   f.Text("domainName", "domain", s.szDomainName);
@@ -75,12 +75,10 @@ void Unc(FieldList& f, const sitehlp::tag_UncSite& s) {
   f.Password("password", "password", s.szPassword);
 }
 
-void Local(FieldList& f, const sitehlp::tag_LocalSite& s) {
-  f.Text("relativePath", "path", s.szRelativePath);
-  f.Number("useLoggedonUserAccount", "use logged-on account", s.nUseLoggedonUserAccount);
-  f.Text("domainName", "domain", s.szDomainName);
-  f.Text("userName", "user", s.szUserName);
-  f.Password("password", "password", s.szPassword);
+void Unc(FieldList& f, const sitehlp::tag_UncSite& s) {
+  f.Text("server", "server", s.szServer);
+  f.Text("shareName", "share", s.szShareName);
+  PathAndAccount(f, s);
 }
 
 std::string ProxyHost(const wchar_t* host, int port) {
@@ -121,7 +119,7 @@ SiteRecord RecordOf(const sitehlp::tag_Site& site) {
     case sitehlp::SITE_TYPE_HTTP: Header(f, site); Http(f, site); break;
     case sitehlp::SITE_TYPE_FTP: Header(f, site); Ftp(f, site.ftpSite); break;
     case sitehlp::SITE_TYPE_UNC: Header(f, site); Unc(f, site.uncSite); break;
-    case sitehlp::SITE_TYPE_LOCAL: Header(f, site); Local(f, site.localSite); break;
+    case sitehlp::SITE_TYPE_LOCAL: Header(f, site); PathAndAccount(f, site.localSite); break;
     case sitehlp::SITE_TYPE_PROXY: Proxy(f, site.proxySettings); break;
     default: Header(f, site); break;
   }

@@ -46,6 +46,8 @@ std::string NameOf(const sitehlp::tag_Site& site) {
   return name ? Narrow(name) : "";
 }
 
+std::string Described(const sitehlp::tag_Site& site) { return ElementOf(site) + " \"" + NameOf(site) + "\""; }
+
 bool IsSpipe(const sitehlp::tag_Site& site) {
   return site.nSiteType == sitehlp::SITE_TYPE_HTTP &&
          wcscasecmp(site.httpSite.szSiteElement, ZEL_XML_SITELIST_SPIPE_SITE) == 0;

@@ -15,6 +15,8 @@ namespace sitelist {
 std::string ElementOf(const sitehlp::tag_Site& site);
 // The record's name field.
 std::string NameOf(const sitehlp::tag_Site& site);
+// "Element "name"", as messages name a site.
+std::string Described(const sitehlp::tag_Site& site);
 // The name field itself, for writing.
 wchar_t* NameField(sitehlp::tag_Site& site);
 

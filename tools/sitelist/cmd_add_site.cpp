@@ -116,8 +116,7 @@ EditResult Add(Context& ctx, EditableList& list, const AddOptions& o) {
       return {ctx.Fail("a site named \"" + NameOf(*site) + "\" (" + ElementOf(*site) + ") is already in " +
                        list.ShownFile() + "; site names are compared without regard to case")};
     if (o.type == "fallback" && IsFallback(*site))
-      return {ctx.Fail(list.ShownFile() + " already has a fallback site, " + ElementOf(*site) + " \"" +
-                       NameOf(*site) + "\"; remove it first")};
+      return {ctx.Fail(list.ShownFile() + " already has a fallback site, " + Described(*site) + "; remove it first")};
   }
   const int order = o.type == "repository" ? (o.order ? o.order : NextOrder(list)) : 0;
   sitehlp::tag_Site& site = list.Append();
@@ -131,7 +130,7 @@ EditResult Add(Context& ctx, EditableList& list, const AddOptions& o) {
     FillHttp(list, site, o);
   else
     FillOther(list, site, o);
-  return {0, "added " + ElementOf(site) + " \"" + o.name + "\" to " + list.ShownFile(), ""};
+  return {0, "added " + Described(site) + " to " + list.ShownFile(), ""};
 }
 
 int Run(Context& ctx, AddOptions& o) {

@@ -107,7 +107,7 @@ EditResult Edit(Context& ctx, EditableList& list, const EditOptions& o) {
   int status = 0;
   sitehlp::tag_Site* site = list.Find(o.site, status);
   if (!site) return {status};
-  const std::string described = ElementOf(*site) + " \"" + NameOf(*site) + "\"";
+  const std::string described = Described(*site);
   if (IsSpipe(*site)) return {ctx.Fail(described + " is a SPIPE site; the management server is changed with set-server")};
   if (const std::string misfit = Misfit(*site, o); !misfit.empty()) return {ctx.Fail(misfit, c_exitUsage)};
   const SiteRecord before = RecordOf(*site);

@@ -28,7 +28,7 @@ EditResult Remove(Context& ctx, EditableList& list, const RemoveOptions& o) {
   int status = 0;
   sitehlp::tag_Site* site = list.Find(o.site, status);
   if (!site) return {status};
-  const std::string described = ElementOf(*site) + " \"" + NameOf(*site) + "\"";
+  const std::string described = Described(*site);
   // Without its SPIPE site the agent no longer reaches its management
   // server; without the fallback site it has no last resort.
   if (!o.force && IsSpipe(*site) && SpipeSites(list) == 1)

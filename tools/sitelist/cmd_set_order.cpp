@@ -23,7 +23,7 @@ EditResult SetOrder(Context& ctx, EditableList& list, const OrderOptions& o) {
   int status = 0;
   sitehlp::tag_Site* site = list.Find(o.site, status);
   if (!site) return {status};
-  const std::string described = ElementOf(*site) + " \"" + NameOf(*site) + "\"";
+  const std::string described = Described(*site);
   // The reader gives a fallback site order 0 whatever the file says, and the
   // writer leaves a mirror's order out.
   if (IsFallback(*site)) return {ctx.Fail(described + " is the fallback site, which takes no order (it is tried last)")};
