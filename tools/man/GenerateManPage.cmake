@@ -22,7 +22,9 @@ function(roff_literal out text)
 endfunction()
 
 run_tool(tree --command-tree)
-string(REPLACE "\n" ";" tree_lines "${tree}")
+# Only the command lines: option lines may hold brackets, which a CMake list
+# would take for a quoted run and join with the lines after them.
+string(REGEX MATCHALL "command\tsitelist[^\n]*" tree_lines "${tree}")
 set(section "[COMMANDS]\nEvery command takes the global options too; they may come before or after it.\n")
 foreach(line IN LISTS tree_lines)
   if(NOT line MATCHES "^command\tsitelist (.+)$")

@@ -21,7 +21,16 @@ void PrintLine(const char* kind, const std::string& path, const std::string& nam
 std::string ValueOf(const CLI::Option& option) {
   if (option.get_expected_max() == 0) return "-";
   std::string type = option.get_type_name();
-  type = type.substr(0, type.find(':'));
+  // The validators' description follows the first colon outside brackets
+  // ("HOST[:PORT]" keeps its colon).
+  int depth = 0;
+  std::size_t cut = 0;
+  for (; cut < type.size(); ++cut) {
+    if (type[cut] == '[') ++depth;
+    if (type[cut] == ']') --depth;
+    if (type[cut] == ':' && depth == 0) break;
+  }
+  type = type.substr(0, cut);
   if (type.empty()) type = option.nonpositional() ? "VALUE" : option.get_name(true);
   return type;
 }
