@@ -24,11 +24,11 @@ int CSitesHelper::ImportSiteList(const std::wstring& sourcePath, const std::wstr
   // A source without any site is refused too; its code is the reader's (0).
   if (hr < 0 || !list.get()) return hr;
 
-  // Only informs (the import goes on), but an administrator should see it:
-  // the management server's list will replace this one later.
+  // Only informs (the import goes on): the management server's list will
+  // replace this one later.
   std::wstring overwrite;
   if (GetPolicySetting(c_overwriteClientSites, overwrite) && overwrite != L"0")
-    logWarning(c_component, L"WARNING: imported site list \"" + sourcePath + L"\" will be overwritten by Vantor site list");
+    logInfo(c_component, L"WARNING: imported site list \"" + sourcePath + L"\" will be overwritten by Vantor site list");
 
   const int check = SourceSiteListCheck(list.get(), IsOrxManaged());
   if (check < 0) return check;
