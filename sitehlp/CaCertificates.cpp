@@ -4,6 +4,7 @@
 #include "port/log/Log.h"
 #include "port/xml/AdvXMLParser.h"
 #include "sitehlp/Component.h"
+#include "sitehlp/ExceptionResult.h"
 #include "sitehlp/SiteListFile.h"
 #include "sitehlp/SitesHelper.h"
 #include "xmlschema/sitelist.h"
@@ -13,25 +14,26 @@ namespace sitehlp {
 int CSitesHelper::GetCaCertificates(const std::wstring& siteListPath, std::vector<std::wstring>& certificates) {
   ADetailTrace trace(c_component, L"Getting Certificates");
   const std::wstring& path = siteListPath.empty() ? m_siteListPath : siteListPath;
-  if (!SiteListFileExists(path)) return -4;
+  if (!SiteListFileExists(path)) return c_fileMissing;
   // UTF-8 straight into the parser: no wide copy of the file.
   AdvXMLParser::Utf8Text text;
-  if (!ReadSiteListUtf8(path, text)) return -10;
+  if (!ReadSiteListUtf8(path, text)) return c_fileUnreadable;
   try {
     AdvXMLParser::Parser parser;
     boost::scoped_ptr<AdvXMLParser::Document> document(parser.Parse(text, AdvXMLParser::Parser::ReadingOnly));
-    if (!document) return 0;
+    if (!document) return c_success;
     const AdvXMLParser::Element bundle = document->GetRoot().GetElement(ZEL_XML_CABUNDLE, 0);
-    if (!bundle) return 0;
+    if (!bundle) return c_success;
     // Appended to what the caller holds: the list is not cleared.
     for (AdvXMLParser::Element child : bundle.Children())
       if (child.HasName(ZEL_XML_CACERTIFICATE)) certificates.push_back(child.GetValue());
   } catch (const AdvXMLParser::ReadWriteException&) {
-    return -11;
-  } catch (const AdvXMLParser::ParsingException&) {
-    return -5;
+    // Here a read or write error of the parser has a code of its own.
+    return c_fileNotWritten;
+  } catch (...) {
+    return CaughtExceptionResult();
   }
-  return 0;
+  return c_success;
 }
 
 }  // namespace sitehlp

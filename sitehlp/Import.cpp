@@ -63,14 +63,14 @@ int CSitesHelper::InternalImportSiteList(const std::wstring& sourcePath, tag_Sit
 
   // Keys first: a written list must never lack its keys, and a failure here
   // leaves the agent's old list untouched.
-  if (!createDirectoriesAndCopyKeyFiles(sourcePath, pSiteList, keyDir)) return -1;
+  if (!createDirectoriesAndCopyKeyFiles(sourcePath, pSiteList, keyDir)) return c_generalFailure;
 
   const int written = CreateSiteList(pSiteList, m_siteListPath, globalVersion, localVersion, siteListType, certificates);
   if (written < 0) {
     logError(c_component, L"CreateSiteList failed" + Hr(written));
-    return -1;
+    return c_generalFailure;
   }
-  return 0;
+  return c_success;
 }
 
 }  // namespace sitehlp

@@ -11,6 +11,7 @@
 #include "port/log/Log.h"
 #include "port/xml/AdvXMLParser.h"
 #include "sitehlp/Component.h"
+#include "sitehlp/ExceptionResult.h"
 #include "sitehlp/SitesHelper.h"
 #include "xmlschema/sitelist.h"
 
@@ -18,7 +19,7 @@ namespace sitehlp {
 
 int CSitesHelper::AdjustPwd(const AnObjectBuffer<unsigned char>& buffer) {
   ADetailTrace trace(c_component, L"Reading Sitelist");
-  int status = 0;
+  int status = c_success;
   std::wstring globalVersion;
   std::wstring localVersion;
   std::wstring type;
@@ -56,12 +57,8 @@ int CSitesHelper::AdjustPwd(const AnObjectBuffer<unsigned char>& buffer) {
         ReadPolicies(child);
       }
     }
-  } catch (const AdvXMLParser::ParsingException&) {
-    status = -5;
-  } catch (const AdvXMLParser::ReadWriteException& e) {
-    status = e.GetErrorCode();
-  } catch (const std::bad_alloc&) {
-    status = -3;
+  } catch (...) {
+    status = CaughtExceptionResult();
   }
 
   // Written whatever was read: writing encrypts the passwords in the text

@@ -39,6 +39,31 @@ int ServerPort(const tag_HttpSite& site, bool plainPortOnly) {
   return site.nPort;
 }
 
+// A new SPIPE record for a management server met for the first time: type
+// "master", the vendor's name, relative path "Software", the one port for all
+// three addresses.
+void FillNewSpipeSite(CSitesHelper& helper, tag_Site& site, int32_t port, const std::wstring& serverIP,
+                      const std::wstring& server, const std::wstring& netbiosName) {
+  site.bEnabled = 1;
+  site.bLocal = 0;
+  site.nOrder = 0;
+  site.nSiteType = SITE_TYPE_HTTP;
+  helper.CopyWStr(site.szType, STR_SITE_TYPE_MASTER, c_nameCapacity);
+  tag_HttpSite& http = site.httpSite;
+  helper.CopyWStr(http.szSiteElement, ZEL_XML_SITELIST_SPIPE_SITE, c_nameCapacity);
+  helper.CopyWStr(http.szName, ZEL_XML_SITELIST_VANTOR_MASTER_SITE, c_nameCapacity);
+  helper.CopyWStr(http.szServer, server.c_str(), c_nameCapacity);
+  helper.CopyWStr(http.szServerIP, serverIP.c_str(), c_serverIPCapacity);
+  helper.CopyWStr(http.szServerName, netbiosName.c_str(), c_serverNameCapacity);
+  http.nPort = port;
+  http.nServerIPPort = port;
+  http.nServerNamePort = port;
+  helper.CopyWStr(http.szRelativePath, c_spipeRelativePath, c_pathCapacity);
+  http.nUseAuth = 0;
+  http.szUserName[0] = L'\0';
+  http.szPassword[0] = L'\0';
+}
+
 }  // namespace
 
 int CSitesHelper::SetSpipeSiteForUpdSite(unsigned int port, const std::wstring& serverIP, const std::wstring& server,
@@ -48,7 +73,7 @@ int CSitesHelper::SetSpipeSiteForUpdSite(unsigned int port, const std::wstring& 
   std::wstring localVersion;
   std::wstring siteListType;
   int hr = GetSitelistVersions(path, globalVersion, localVersion, siteListType);
-  if (hr != 0) {
+  if (hr != c_success) {
     logError(c_component, L"Failed to get  version of site list " + path + Hr(hr));
     return hr;
   }
@@ -59,7 +84,7 @@ int CSitesHelper::SetSpipeSiteForUpdSite(unsigned int port, const std::wstring& 
   GetCaCertificates(path, caCertificates);
   tag_Site* list = nullptr;
   hr = ReadSiteList(path, &list);
-  if (hr != 0) {  // a positive code counts as failure too
+  if (hr != c_success) {  // a positive code counts as failure too
     logError(c_component, L"Failed to read site list " + path + Hr(hr));
     FreeSiteListMemory(list);
     return hr;
@@ -80,41 +105,24 @@ int CSitesHelper::SetSpipeSiteForUpdSite(unsigned int port, const std::wstring& 
     spipe->httpSite.nServerIPPort = sitePort;
     spipe->httpSite.nServerNamePort = sitePort;
     hr = CreateSiteList(list, path, globalVersion, localVersion, siteListType, caCertificates);
-    if (hr != 0) logError(c_component, L"Failed to create site list " + path + Hr(hr));
+    if (hr != c_success) logError(c_component, L"Failed to create site list " + path + Hr(hr));
   } else {
     newSite = AllocateRecord();
     if (!newSite) {
       FreeSiteListMemory(list);
       logError(c_component, L"Can't allocate memory " + Hr(hr));
-      return -3;
+      return c_outOfMemory;
     }
-    newSite->bEnabled = 1;
-    newSite->bLocal = 0;
-    newSite->nOrder = 0;
-    newSite->nSiteType = SITE_TYPE_HTTP;
-    CopyWStr(newSite->szType, STR_SITE_TYPE_MASTER, c_nameCapacity);
-    tag_HttpSite& http = newSite->httpSite;
-    CopyWStr(http.szSiteElement, ZEL_XML_SITELIST_SPIPE_SITE, c_nameCapacity);
-    CopyWStr(http.szName, ZEL_XML_SITELIST_VANTOR_MASTER_SITE, c_nameCapacity);
-    CopyWStr(http.szServer, server.c_str(), c_nameCapacity);
-    CopyWStr(http.szServerIP, serverIP.c_str(), c_serverIPCapacity);
-    CopyWStr(http.szServerName, netbiosName.c_str(), c_serverNameCapacity);
-    http.nPort = sitePort;
-    http.nServerIPPort = sitePort;
-    http.nServerNamePort = sitePort;
-    CopyWStr(http.szRelativePath, c_spipeRelativePath, c_pathCapacity);
-    http.nUseAuth = 0;
-    http.szUserName[0] = L'\0';
-    http.szPassword[0] = L'\0';
+    FillNewSpipeSite(*this, *newSite, sitePort, serverIP, server, netbiosName);
 
     hr = MergeSiteLists(newSite, list, true, &merged);
-    if (hr != 0) {
+    if (hr != c_success) {
       logError(c_component, L"Failed to merge Spipe site to site list " + path + Hr(hr));
     } else {
       // An empty local version makes the writer stamp a fresh one.
       localVersion.clear();
       hr = CreateSiteList(merged, path, globalVersion, localVersion, siteListType, caCertificates);
-      if (hr != 0) logError(c_component, L"Failed to create site list " + path + Hr(hr));
+      if (hr != c_success) logError(c_component, L"Failed to create site list " + path + Hr(hr));
     }
   }
 
@@ -138,7 +146,7 @@ int CSitesHelper::GetVantorServerInfo(std::wstring& name, std::wstring& server, 
 
   tag_Site* spipeSites = nullptr;
   hr = GetSpipeSite(list, &spipeSites);
-  if (hr != 0 || !spipeSites) {
+  if (hr != c_success || !spipeSites) {
     FreeSiteListMemory(spipeSites);  // copies made before running out of memory
     return hr;
   }

@@ -12,12 +12,12 @@ namespace sitehlp {
 
 int CSitesHelper::SmartReadSiteList(const std::wstring& path, tag_Site** ppSiteList) {
   ADetailTrace trace(c_component, L"Smart read of Site List");
-  if (!ppSiteList) return -2;
-  int result = 0;
+  if (!ppSiteList) return c_missingArgument;
+  int result = c_success;
   // Shared even while the cache is replaced: a notice waits for every smart
   // read in progress, while smart reads may run side by side.
   InterProcessReadLock lock(smartSiteListLock);
-  if (!LockOrLog(lock)) return -10;
+  if (!LockOrLog(lock)) return c_fileUnreadable;
   if (m_pSiteList == nullptr || m_iChange > 2) {
     logDetail(c_component, L"Reading from FILE" + std::to_wstring(m_iChange));
     if (m_pSiteList) {
@@ -52,9 +52,9 @@ void CSitesHelper::needToUpdateInMemSiteList() {
 int CSitesHelper::MustReadSiteList(const std::wstring& path, tag_Site** ppSiteList) {
   if (path.empty()) {
     logInternalError(c_component, L"path is empty");
-    return -1;
+    return c_generalFailure;
   }
-  if (!ppSiteList) return -2;
+  if (!ppSiteList) return c_missingArgument;
   const int result = ReadSiteList(path, ppSiteList);
   if (result >= 0 && *ppSiteList != nullptr) return result;
   logError(c_component, L"Failed hr=" + std::to_wstring(result));

@@ -23,7 +23,6 @@ namespace sitehlp {
 namespace {
 
 constexpr wchar_t c_siteTypeFallback[] = L"fallback";
-RecordAllocator g_allocator = &CallocRecord;
 
 bool HasFallbackType(const tag_Site* site) { return wcsicmp(site->szType, c_siteTypeFallback) == 0; }
 
@@ -47,24 +46,14 @@ bool IsReachable(const tag_Site* head, const tag_Site* record) {
 
 }  // namespace
 
-tag_Site* CallocRecord() { return static_cast<tag_Site*>(std::calloc(1, sizeof(tag_Site))); }
-
-tag_Site* AllocateRecord() { return g_allocator(); }
-
-RecordAllocator SetRecordAllocator(RecordAllocator allocator) {
-  RecordAllocator previous = g_allocator;
-  g_allocator = allocator ? allocator : &CallocRecord;
-  return previous;
-}
-
 int CSitesHelper::MergeThisSiteList(tag_Site* pSiteList, bool bSkipProxy, tag_Site** ppTail, tag_Site** ppHead) {
   ADetailTrace trace(c_component, L"Merge this sitelist");
-  if (!pSiteList || !ppTail || !ppHead) return -2;
-  int result = 0;
+  if (!pSiteList || !ppTail || !ppHead) return c_missingArgument;
+  int result = c_success;
   for (const tag_Site* source = pSiteList; source; source = source->pNext) {
     tag_Site* copy = AllocateRecord();
     if (!copy) {
-      result = -3;
+      result = c_outOfMemory;
       break;
     }
     const bool keep = (source->nSiteType >= SITE_TYPE_HTTP && source->nSiteType <= SITE_TYPE_LOCAL) ||
@@ -87,15 +76,15 @@ int CSitesHelper::MergeThisSiteList(tag_Site* pSiteList, bool bSkipProxy, tag_Si
 
 int CSitesHelper::GetSpipeSite(tag_Site* pSiteList, tag_Site** ppSpipeSites) {
   ADetailTrace trace(c_component, L"Getting Spipe site");
-  if (!pSiteList || !ppSpipeSites) return -2;
-  int result = -8;
+  if (!pSiteList || !ppSpipeSites) return c_missingArgument;
+  int result = c_noSpipeSite;
   *ppSpipeSites = nullptr;
   tag_Site* tail = nullptr;
   for (const tag_Site* site = pSiteList; site; site = site->pNext) {
     if (!IsSpipeSite(site)) continue;
     tag_Site* copy = AllocateRecord();
     if (!copy) {
-      result = -3;  // the copies made so far stay in *ppSpipeSites
+      result = c_outOfMemory;  // the copies made so far stay in *ppSpipeSites
       break;
     }
     CopyRecord(copy, site);
@@ -104,28 +93,28 @@ int CSitesHelper::GetSpipeSite(tag_Site* pSiteList, tag_Site** ppSpipeSites) {
     else
       *ppSpipeSites = copy;
     tail = copy;
-    result = 0;
+    result = c_success;
   }
   return result;
 }
 
 int CSitesHelper::GetFallbackSite(tag_Site* pSiteList, tag_Site** ppFallbackSite) {
   ADetailTrace trace(c_component, L"Getting fallback site");
-  if (!pSiteList || !ppFallbackSite) return -2;
+  if (!pSiteList || !ppFallbackSite) return c_missingArgument;
   for (const tag_Site* site = pSiteList; site; site = site->pNext) {
     if (!HasFallbackType(site) || (site->nSiteType != SITE_TYPE_HTTP && site->nSiteType != SITE_TYPE_FTP)) continue;
     tag_Site* copy = AllocateRecord();
     *ppFallbackSite = copy;
-    if (!copy) return -3;
+    if (!copy) return c_outOfMemory;
     CopyRecord(copy, site);
-    return 0;  // only the first fallback site counts
+    return c_success;  // only the first fallback site counts
   }
-  return -1;
+  return c_generalFailure;
 }
 
 int CSitesHelper::UpdateFallbackSite(tag_Site* pFallbackSite, tag_Site** ppTail, tag_Site** ppHead) {
   ADetailTrace trace(c_component, L"Updating fallback site");
-  if (!pFallbackSite || !ppTail || !ppHead) return -2;
+  if (!pFallbackSite || !ppTail || !ppHead) return c_missingArgument;
   tag_Site* found = *ppHead;
   while (found && !HasFallbackType(found)) found = found->pNext;
 
@@ -147,15 +136,15 @@ int CSitesHelper::UpdateFallbackSite(tag_Site* pFallbackSite, tag_Site** ppTail,
     // all the same, so the caller never has to tell the cases apart.
     std::free(pFallbackSite);
   }
-  return 0;
+  return c_success;
 }
 
 int CSitesHelper::UpdateSpipeSite(tag_Site* pSpipeSites, tag_Site** ppTail, tag_Site** ppHead) {
   ADetailTrace trace(c_component, L"Updating Sitelist site");
-  if (!pSpipeSites || !ppTail || !ppHead) return -2;
+  if (!pSpipeSites || !ppTail || !ppHead) return c_missingArgument;
   if (*ppHead == nullptr) {
     *ppHead = pSpipeSites;
-    return 0;
+    return c_success;
   }
 
   // The walk goes over the links themselves (starting with the head pointer,
@@ -192,7 +181,7 @@ int CSitesHelper::UpdateSpipeSite(tag_Site* pSpipeSites, tag_Site** ppTail, tag_
     *ppTail = pSpipeSites;
     LastOf(pSpipeSites)->pNext = savedNext;
   }
-  return 0;
+  return c_success;
 }
 
 int CSitesHelper::MergeSiteLists(tag_Site* pSiteList, tag_Site* pBaseSiteList, bool bMergeWithBase,
@@ -200,9 +189,9 @@ int CSitesHelper::MergeSiteLists(tag_Site* pSiteList, tag_Site* pBaseSiteList, b
   ADetailTrace trace(c_component, L"Merge SiteLists");
   if (!ppFinalSiteList) {
     logError(c_component, L"Final SiteList parameter is invalid");
-    return -2;
+    return c_missingArgument;
   }
-  int result = 0;
+  int result = c_success;
   // An allocation failure anywhere fails the whole merge, even when a later
   // step succeeds: a half-copied list must never be handed out (and written).
   bool outOfMemory = false;
@@ -215,26 +204,27 @@ int CSitesHelper::MergeSiteLists(tag_Site* pSiteList, tag_Site* pBaseSiteList, b
   auto takeFallback = [&](tag_Site* source) {
     tag_Site* fallback = nullptr;
     const int hr = GetFallbackSite(source, &fallback);
-    if (hr == -3) outOfMemory = true;
-    if (hr == 0 && fallback && UpdateFallbackSite(fallback, &tail, ppFinalSiteList) != 0) std::free(fallback);
+    if (hr == c_outOfMemory) outOfMemory = true;
+    if (hr == c_success && fallback && UpdateFallbackSite(fallback, &tail, ppFinalSiteList) != 0) std::free(fallback);
   };
   // Replaces the result's SPIPE sites by those of source, whose success is
   // then the result; absence changes nothing.
   auto takeSpipeSites = [&](tag_Site* source) {
     const int hr = GetSpipeSite(source, &spipeSites);
-    if (hr == -3) outOfMemory = true;
+    if (hr == c_outOfMemory) outOfMemory = true;
     for (const tag_Site* site = spipeSites; site; site = site->pNext) ++spipeCount;
-    if (hr == 0 && spipeSites) result = UpdateSpipeSite(spipeSites, &tail, ppFinalSiteList);
+    if (hr == c_success && spipeSites) result = UpdateSpipeSite(spipeSites, &tail, ppFinalSiteList);
   };
-  auto noteAppend = [&](int hr) {
-    if (hr == -3) outOfMemory = true;
+  // Notes a copy that ran out of memory.
+  auto noteMemory = [&](int hr) {
+    if (hr == c_outOfMemory) outOfMemory = true;
     return hr;
   };
 
   if (bMergeWithBase) {
-    if (pBaseSiteList) result = noteAppend(MergeThisSiteList(pBaseSiteList, false, &tail, ppFinalSiteList));
+    if (pBaseSiteList) result = noteMemory(MergeThisSiteList(pBaseSiteList, false, &tail, ppFinalSiteList));
     if (pSiteList) {
-      result = noteAppend(MergeThisSiteList(pSiteList, true, &tail, ppFinalSiteList));
+      result = noteMemory(MergeThisSiteList(pSiteList, true, &tail, ppFinalSiteList));
     } else {
       result = ReadSiteList(L"", &current);
       if (result >= 0 && current) {
@@ -244,7 +234,7 @@ int CSitesHelper::MergeSiteLists(tag_Site* pSiteList, tag_Site* pBaseSiteList, b
     }
   } else {
     result = ReadSiteList(L"", &current);
-    if (result >= 0 && current) result = noteAppend(MergeThisSiteList(current, false, &tail, ppFinalSiteList));
+    if (result >= 0 && current) result = noteMemory(MergeThisSiteList(current, false, &tail, ppFinalSiteList));
     if (pSiteList) {
       takeFallback(pSiteList);
       takeSpipeSites(pSiteList);
@@ -253,7 +243,7 @@ int CSitesHelper::MergeSiteLists(tag_Site* pSiteList, tag_Site* pBaseSiteList, b
 
   // Clean-up.
   FreeSiteListMemory(current);
-  if (outOfMemory) result = -3;
+  if (outOfMemory) result = c_outOfMemory;
   // SPIPE copies linked into the result belong to it. A chain that is not
   // reachable from the head (hung only on the tail pointer, or left by a
   // failed copy) is freed here, exactly its own records: after the tail rule

@@ -34,18 +34,18 @@ int CSitesHelper::GetSitelistVersions(const std::wstring& siteListPath, std::wst
                                       std::wstring& localVersion, std::wstring& siteListType) {
   ADetailTrace trace(c_component, L"Getting Sitelist versions");
   const std::wstring& path = siteListPath.empty() ? m_siteListPath : siteListPath;
-  if (!SiteListFileExists(path)) return -4;
+  if (!SiteListFileExists(path)) return c_fileMissing;
   globalVersion.clear();
   localVersion.clear();
   boost::scoped_ptr<AdvXMLParser::Document> document(LoadRootDocument(path));
-  if (!document) return -1;
+  if (!document) return c_generalFailure;
   const AdvXMLParser::Element root = document->GetRoot();
-  if (!root) return -1;
+  if (!root) return c_generalFailure;
   globalVersion = root.GetAttribute(ZEL_XML_SITELISTS_GLOBAL_VERSION);
   localVersion = root.GetAttribute(ZEL_XML_SITELISTS_LOCAL_VERSION);
   AString type;
   siteListType = root.GetAttribute(ZEL_XML_SITELISTS_TYPE, type) ? type : AString(ZEL_XML_SITELIST_TYPE_CLIENT);
-  return 0;
+  return c_success;
 }
 
 int CSitesHelper::GetGlobalSitelistVersion(std::wstring& globalVersion) {
@@ -57,14 +57,14 @@ int CSitesHelper::GetGlobalSitelistVersion(std::wstring& globalVersion) {
 int CSitesHelper::GetSitelistFipsMode(const std::wstring& siteListPath, std::wstring& fipsMode) {
   ADetailTrace trace(c_component, L"Getting Sitelist fips mode");
   const std::wstring& path = siteListPath.empty() ? m_siteListPath : siteListPath;
-  if (!SiteListFileExists(path)) return -4;
+  if (!SiteListFileExists(path)) return c_fileMissing;
   boost::scoped_ptr<AdvXMLParser::Document> document(LoadRootDocument(path));
-  if (!document) return -1;
+  if (!document) return c_generalFailure;
   const AdvXMLParser::Element root = document->GetRoot();
   AString value;
-  if (!root || !root.GetAttribute(ZEL_XML_SITELISTS_FIPSMODE, value)) return -1;
+  if (!root || !root.GetAttribute(ZEL_XML_SITELISTS_FIPSMODE, value)) return c_generalFailure;
   fipsMode = value;
-  return 0;
+  return c_success;
 }
 
 }  // namespace sitehlp

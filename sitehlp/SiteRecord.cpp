@@ -39,7 +39,7 @@ int CSitesHelper::FreeSiteListMemory(tag_Site* pList) {
     std::free(pList);
     pList = next;
   }
-  return 0;
+  return c_success;
 }
 
 void CSitesHelper::CopyWStr(wchar_t* dst, const wchar_t* src, unsigned int capacity) {
@@ -60,18 +60,18 @@ std::wstring CSitesHelper::ConvertToStr(bool value) { return value ? L"1" : L"0"
 
 int CSitesHelper::FormatEnvSymbols(wchar_t* buffer, unsigned int capacity) {
   ADetailTrace trace(c_component, L"Formatting environment symbols");
-  if (!buffer || buffer[0] == L'\0' || capacity == 0) return 0;
+  if (!buffer || buffer[0] == L'\0' || capacity == 0) return c_success;
   if (!std::wcschr(buffer, L'%')) {
     // No escape can be present; only the cut to capacity - 1 applies.
     buffer[capacity - 1] = L'\0';
-    return 0;
+    return c_success;
   }
   std::wstring text(buffer);
   ReplaceAll(text, c_agentEnvMacroStartDelimiterExpanded, c_agentEnvMacroStartDelimiter);
   ReplaceAll(text, c_agentEnvMacroEndDelimiterExpanded, c_agentEnvMacroEndDelimiter);
   std::wcsncpy(buffer, text.c_str(), capacity);
   buffer[capacity - 1] = L'\0';
-  return 0;
+  return c_success;
 }
 
 }  // namespace sitehlp

@@ -46,7 +46,7 @@ void CSitesHelper::Construct(const std::wstring* pPath) {
     m_siteListPath = *pPath;
   } else {
     wchar_t directory[260];
-    if (GetSiteListFilename(directory, 260) == 0)
+    if (GetSiteListFilename(directory, 260) == c_success)
       m_siteListPath = joinPath(directory, c_sitelistName);
     else
       m_siteListPath = c_sitelistName;
@@ -60,11 +60,11 @@ CSitesHelper::~CSitesHelper() = default;
 
 int CSitesHelper::GetSiteListFilename(wchar_t* buffer, unsigned long capacity) {
   ADetailTrace trace(c_component, L"Getting Sitelist file name");
-  if (!buffer || capacity == 0) return 0;
+  if (!buffer || capacity == 0) return c_success;
   const std::wstring directory = IConfiguration::GetConfiguration()->GetFrameworkDataDirectory() + L"/etc";
   std::wcsncpy(buffer, directory.c_str(), capacity);
   buffer[capacity - 1] = L'\0';
-  return 0;
+  return c_success;
 }
 
 void CSitesHelper::SetPolicySetting(const std::wstring& name, const std::wstring& value) {

@@ -37,9 +37,9 @@ bool CheckKeyPresent(const AString& dir, const wchar_t* first, const wchar_t* se
 }  // namespace
 
 int CSitesHelper::SourceSiteListCheck(tag_Site* pSiteList, bool bManaged) {
-  int result = 0;
+  int result = c_success;
   if (!pSiteList) {
-    result = -9;
+    result = c_sourceChecksFailed;
     logInfo(c_component, L"no sites in site list");
   }
   if (!bManaged) return result;
@@ -48,7 +48,7 @@ int CSitesHelper::SourceSiteListCheck(tag_Site* pSiteList, bool bManaged) {
   OwnedSiteList spipeSites(*this);
   int hr = GetSpipeSite(pSiteList, spipeSites.out());
   if (hr < 0 || !spipeSites.get()) {
-    if (hr >= 0) hr = -8;  // success without a site is still "no SPIPE site"
+    if (hr >= 0) hr = c_noSpipeSite;  // success without a site is still "no SPIPE site"
     logError(c_component, L"Failed to get SPIPE site" + Hr(hr));
     return hr;
   }
@@ -56,7 +56,7 @@ int CSitesHelper::SourceSiteListCheck(tag_Site* pSiteList, bool bManaged) {
   const tag_Site& spipe = *spipeSites.get();  // only the first one is checked
   const tag_HttpSite& http = spipe.httpSite;
   auto fail = [&result](const std::wstring& line) {
-    result = -9;
+    result = c_sourceChecksFailed;
     logInfo(c_component, line);
   };
   if (spipe.bLocal != 0) fail(L"must not be local");
@@ -76,8 +76,8 @@ int CSitesHelper::SourceSiteListCheck(tag_Site* pSiteList, bool bManaged) {
     AString dir;
     AString name;
     splitPath(AString(m_currentPath), dir, name);
-    if (!CheckKeyPresent(dir, L"reqseckey.bin", L"req2048seckey.bin")) result = -9;
-    if (!CheckKeyPresent(dir, L"srpubkey.bin", L"sr2048pubkey.bin")) result = -9;
+    if (!CheckKeyPresent(dir, L"reqseckey.bin", L"req2048seckey.bin")) result = c_sourceChecksFailed;
+    if (!CheckKeyPresent(dir, L"srpubkey.bin", L"sr2048pubkey.bin")) result = c_sourceChecksFailed;
   }
   return result;
 }
@@ -87,7 +87,7 @@ int CSitesHelper::ValidateSiteListForInstall(const std::wstring& sourcePath, boo
   OwnedSiteList list(*this);
   const int hr = MustReadSiteList(sourcePath, list.out());
   if (hr < 0 || !list.get()) return 0;
-  return SourceSiteListCheck(list.get(), bManaged) == 0 ? 1 : 0;
+  return SourceSiteListCheck(list.get(), bManaged) == c_success ? 1 : 0;
 }
 
 }  // namespace sitehlp

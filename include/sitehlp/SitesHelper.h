@@ -9,11 +9,7 @@
 // named inter-process locks "SiteListLock" and "SmartSiteListLock", which also
 // exclude other processes of the agent.
 //
-// Result codes: 0 success; -1 general failure; -2 missing argument; -3 out of
-// memory; -4 file does not exist; -5 XML not well formed; -8 no SPIPE site;
-// -9 outside list failed the source checks; -10 file unreadable; -11 file not
-// written (or a parser read/write error in GetCaCertificates). Operations
-// answering bool or 1/0 say so below.
+// Result codes: ResultCode below; operations answering bool or 1/0 say so.
 //
 // Ownership: a list handed out through a tag_Site** belongs to the caller and
 // is released with FreeSiteListMemory, except the one SmartReadSiteList hands
@@ -41,6 +37,22 @@ enum SiteKind : int32_t {
   SITE_TYPE_UNC = 2,    // UNCSite
   SITE_TYPE_LOCAL = 3,  // LocalSite
   SITE_TYPE_PROXY = 4,  // ProxyConfigList / ProxyConfig
+};
+
+// Result of the helper's operations: 0 success, negative failure. The values
+// are fixed; a read or write error of the XML parser that carries an error
+// code of its own is passed through as it is.
+enum ResultCode : int32_t {
+  c_success = 0,
+  c_generalFailure = -1,  // no sites, no fallback site, key files not placed, ...
+  c_missingArgument = -2,
+  c_outOfMemory = -3,
+  c_fileMissing = -4,
+  c_notWellFormed = -5,
+  c_noSpipeSite = -8,
+  c_sourceChecksFailed = -9,
+  c_fileUnreadable = -10,
+  c_fileNotWritten = -11,  // also a parser read/write error in GetCaCertificates
 };
 
 // Capacities in wchar_t, terminator included.

@@ -11,6 +11,7 @@
 #include "port/log/Log.h"
 #include "port/xml/AdvXMLParser.h"
 #include "sitehlp/Component.h"
+#include "sitehlp/ExceptionResult.h"
 #include "sitehlp/SiteListFile.h"
 #include "sitehlp/SitesHelper.h"
 #include "xmlschema/sitelist.h"
@@ -54,7 +55,7 @@ bool CSitesHelper::GetSiteListBuffer(std::wstring& text) {
 
 int CSitesHelper::CreateSiteListFromBuffer(const std::wstring& text) {
   ADetailTrace trace(c_component, L"Reading Sitelist Buffer");
-  int result = 0;
+  int result = c_success;
   std::vector<std::wstring> certificates;
   tag_Site* sites = nullptr;
   try {
@@ -72,15 +73,11 @@ int CSitesHelper::CreateSiteListFromBuffer(const std::wstring& text) {
     }
 
     result = ReadSiteListRoot(root, &sites);
-  } catch (const AdvXMLParser::ParsingException&) {
-    result = -5;
-  } catch (const AdvXMLParser::ReadWriteException& e) {
-    result = e.GetErrorCode();
-  } catch (const std::bad_alloc&) {
-    result = -3;
+  } catch (...) {
+    result = CaughtExceptionResult();
   }
 
-  if (result == 0) {
+  if (result == c_success) {
     const AString target(port::UnderRootPrefix(c_standardSiteListPath));
     result = CreateSiteList(sites, target, L"", L"", L"", certificates);
   }
