@@ -11,8 +11,6 @@
 #include <vector>
 
 #include "platform/AString.h"
-#include "port/xml/AdvXMLParser.h"
-#include "xmlschema/sitelist.h"
 
 namespace sitehlp {
 
@@ -33,20 +31,6 @@ class NarrowNames {
  private:
   std::vector<std::string> m_names;
 };
-
-// What a child of SiteList or ProxyConfigList is.
-enum class SiteElement { ProxyConfigList, ProxyConfig, Http, Spipe, SuperAgent, Ftp, Unc, Local, Other };
-
-inline SiteElement SiteElementOf(const AdvXMLParser::Element& element) {
-  static const wchar_t* const kNames[] = {
-      ZEL_XML_PROXY_CONFIG_LIST,        ZEL_XML_PROXY_CONFIG,     ZEL_XML_SITELIST_HTTP_SITE,
-      ZEL_XML_SITELIST_SPIPE_SITE,      ZEL_XML_SITELIST_SUPERAGENT_SITE, ZEL_XML_SITELIST_FTP_SITE,
-      ZEL_XML_SITELIST_UNC_SITE,        ZEL_XML_SITELIST_LOCAL_SITE,
-  };
-  static const NarrowNames names(kNames, sizeof(kNames) / sizeof(kNames[0]));
-  if (!element) return SiteElement::Other;
-  return static_cast<SiteElement>(names.Find(element.GetNameUtf8()));
-}
 
 }  // namespace sitehlp
 

@@ -9,11 +9,11 @@
 #include "port/strings/Strings.h"
 #include "port/xml/AdvXMLParser.h"
 #include "sitehlp/Component.h"
+#include "sitehlp/ExceptionResult.h"
 #include "sitehlp/FieldFill.h"
 #include "sitehlp/Numbers.h"
-#include "sitehlp/SchemaNames.h"
-#include "sitehlp/SiteBodies.h"
 #include "sitehlp/SiteListFile.h"
+#include "sitehlp/SiteTables.h"
 #include "sitehlp/SitesHelper.h"
 #include "xmlschema/sitelist.h"
 
@@ -23,7 +23,26 @@ namespace {
 
 using AdvXMLParser::Element;
 
-tag_Site* NewRecord() { return static_cast<tag_Site*>(std::calloc(1, sizeof(tag_Site))); }
+// The header every child of SiteList gives its record, whatever the child
+// is: the type, the mirror flag, Enabled, Local and Order (0 for a fallback
+// site, whatever the attribute says). The four attributes are found in one
+// pass and go straight from the tree's UTF-8 into the record.
+void ReadSiteHeader(CSitesHelper& helper, const Element& child, tag_Site& site) {
+  static const wchar_t* const kHeader[] = {ZEL_XML_SITE_TYPE, ZEL_XML_SITE_ENABLED, ZEL_XML_SITE_LOCAL,
+                                           ZEL_XML_SITE_ORDER};
+  const char* header[4];
+  child.GetAttributesUtf8(kHeader, 4, header);
+  FillField(helper, site.szType, header[0], c_nameCapacity);
+  site.bMirror = wcsicmp(site.szType, STR_SITE_TYPE_MIRROR) == 0;
+  site.bEnabled = AtoiUtf8(header[1]) != 0;
+  site.bLocal = AtoiUtf8(header[2]) != 0;
+  const char* order = header[3];
+  if (order && *order) site.nOrder = AtoiUtf8(order);
+  if (wcsicmp(site.szType, L"fallback") == 0) site.nOrder = 0;
+}
+
+// Where a record's body starts, whatever its kind.
+void* BodyOf(tag_Site& site) { return &site.httpSite; }
 
 }  // namespace
 
@@ -34,76 +53,53 @@ void CSitesHelper::ReadPolicies(const Element& policies) {
   }
 }
 
+int CSitesHelper::ReadProxyConfigList(const Element& list, tag_Site& site, int result) {
+  for (Element entry : list.Children()) {
+    ADetailTrace trace(c_component, L"Reading site from SiteList");
+    const SiteElementSpec* spec = FindSiteElementSpec(entry);
+    if (!spec) {
+      result = c_generalFailure;
+      continue;
+    }
+    // Each body replaces the previous one whole, as a copy of a fresh body
+    // would: the last entry wins.
+    std::memset(BodyOf(site), 0, spec->bodySize);
+    result = FillSiteBody(entry, *spec, BodyOf(site));
+  }
+  AString useIE;
+  if (list.GetAttribute(ZEL_XML_PROXY_USE_IE_CONFIG, useIE)) site.proxySettings.bUseIEConfig = Atoi(useIE) != 0;
+  return result;
+}
+
 int CSitesHelper::ReadSitesOfSiteList(const Element& siteList, tag_Site** ppHead, bool bSitesOnly) {
-  int result = 0;
+  int result = c_success;
   tag_Site* head = nullptr;
   tag_Site* tail = nullptr;
   try {
-  for (Element child : siteList.Children()) {
-    // The element's name is read and compared once (SchemaNames.h).
-    const SiteElement element = SiteElementOf(child);
-    int kind = -1;
-    switch (element) {
-      case SiteElement::ProxyConfigList: kind = SITE_TYPE_PROXY; break;
-      case SiteElement::Http:
-      case SiteElement::Spipe:
-      case SiteElement::SuperAgent: kind = SITE_TYPE_HTTP; break;
-      case SiteElement::Ftp: kind = SITE_TYPE_FTP; break;
-      case SiteElement::Unc: kind = SITE_TYPE_UNC; break;
-      case SiteElement::Local: kind = SITE_TYPE_LOCAL; break;
-      default: break;
-    }
-    if (bSitesOnly && (kind < 0 || kind == SITE_TYPE_PROXY)) continue;
+    for (Element child : siteList.Children()) {
+      // The element's name is read and compared once.
+      const SiteListChild what = ClassifySiteListChild(child);
+      if (bSitesOnly && !what.spec) continue;
 
-    tag_Site* site = NewRecord();
-    if (!site) {
-      result = -3;
-      break;
-    }
-    if (tail)
-      tail->pNext = site;
-    else
-      head = site;
-    tail = site;
-
-    // Straight from the tree's UTF-8 into the record (FieldFill.h), the four
-    // header attributes found in one pass.
-    static const wchar_t* const kHeader[] = {ZEL_XML_SITE_TYPE, ZEL_XML_SITE_ENABLED, ZEL_XML_SITE_LOCAL,
-                                             ZEL_XML_SITE_ORDER};
-    const char* header[4];
-    child.GetAttributesUtf8(kHeader, 4, header);
-    FillField(*this, site->szType, header[0], c_nameCapacity);
-    site->bMirror = wcsicmp(site->szType, STR_SITE_TYPE_MIRROR) == 0;
-    site->bEnabled = AtoiUtf8(header[1]) != 0;
-    site->bLocal = AtoiUtf8(header[2]) != 0;
-    const char* order = header[3];
-    if (order && *order) site->nOrder = AtoiUtf8(order);
-    if (wcsicmp(site->szType, L"fallback") == 0) site->nOrder = 0;
-
-    if (kind < 0) continue;  // unknown element: header only, zero body
-    site->nSiteType = kind;
-    if (kind == SITE_TYPE_PROXY) {
-      for (Element entry : child.Children()) {
-        ADetailTrace trace(c_component, L"Reading site from SiteList");
-        const std::size_t size = SiteBodySize(entry);
-        if (size == 0) {
-          result = -1;
-          continue;
-        }
-        // Each body replaces the previous one whole, as a copy of a fresh body
-        // would: the last entry wins.
-        std::memset(&site->proxySettings, 0, size);
-        result = FillSiteBody(entry, &site->proxySettings);
+      tag_Site* site = static_cast<tag_Site*>(std::calloc(1, sizeof(tag_Site)));
+      if (!site) {
+        result = c_outOfMemory;
+        break;
       }
-      AString useIE;
-      if (child.GetAttribute(ZEL_XML_PROXY_USE_IE_CONFIG, useIE)) site->proxySettings.bUseIEConfig = Atoi(useIE) != 0;
-      continue;
+      (tail ? tail->pNext : head) = site;
+      tail = site;
+
+      ReadSiteHeader(*this, child, *site);
+      if (what.kind < 0) continue;  // unknown element: header only, zero body
+      site->nSiteType = what.kind;
+      if (!what.spec) {
+        result = ReadProxyConfigList(child, *site, result);
+        continue;
+      }
+      site->bSpipeOrSuperAgent = what.spec->spipeOrSuperAgent;
+      ADetailTrace trace(c_component, L"Reading site from SiteList");
+      result = FillSiteBody(child, *what.spec, BodyOf(*site));
     }
-    if (kind == SITE_TYPE_HTTP)
-      site->bSpipeOrSuperAgent = element == SiteElement::Spipe || element == SiteElement::SuperAgent;
-    ADetailTrace trace(c_component, L"Reading site from SiteList");
-    result = FillSiteBody(child, &site->httpSite);
-  }
   } catch (...) {
     *ppHead = head;  // the caller owns what was built, whatever was thrown
     throw;
@@ -113,7 +109,7 @@ int CSitesHelper::ReadSitesOfSiteList(const Element& siteList, tag_Site** ppHead
 }
 
 int CSitesHelper::ReadSiteListRoot(const Element& root, tag_Site** ppHead) {
-  int result = 0;
+  int result = c_success;
   for (Element child : root.Children()) {
     if (child.HasName(ZEL_XML_SITELIST)) {
       // Only one SiteList is expected; a later one replaces the list read
@@ -130,29 +126,25 @@ int CSitesHelper::ReadSiteListRoot(const Element& root, tag_Site** ppHead) {
 
 int CSitesHelper::ReadSiteList(const std::wstring& path, tag_Site** ppSiteList) {
   ADetailTrace trace(c_component, L"Reading Sitelist");
-  if (!ppSiteList) return -2;
+  if (!ppSiteList) return c_missingArgument;
   m_currentPath = path.empty() ? m_siteListPath : path;
-  if (m_currentPath.empty()) return -2;
-  if (!SiteListFileExists(m_currentPath)) return -4;
+  if (m_currentPath.empty()) return c_missingArgument;
+  if (!SiteListFileExists(m_currentPath)) return c_fileMissing;
 
   // The file's UTF-8 is parsed in place: no wide copy of it is made, which
   // saves two passes over the text and keeps the peak memory of a read at
   // the file's bytes, the tree and the records.
   AdvXMLParser::Utf8Text text;
-  if (!ReadSiteListUtf8(m_currentPath, text)) return -10;
+  if (!ReadSiteListUtf8(m_currentPath, text)) return c_fileUnreadable;
 
-  int result = 0;
+  int result = c_success;
   tag_Site* head = nullptr;
   try {
     AdvXMLParser::Parser parser;
     boost::scoped_ptr<AdvXMLParser::Document> document(parser.Parse(text, AdvXMLParser::Parser::ReadingOnly));
     result = ReadSiteListRoot(document->GetRoot(), &head);
-  } catch (const AdvXMLParser::ParsingException&) {
-    result = -5;
-  } catch (const AdvXMLParser::ReadWriteException& e) {
-    result = e.GetErrorCode();
-  } catch (const std::bad_alloc&) {
-    result = -3;
+  } catch (...) {
+    result = CaughtExceptionResult();
   }
   *ppSiteList = head;
   return result;

@@ -2,6 +2,8 @@
 // the exclusive "SiteListLock".
 #include <ctime>
 #include <cwchar>
+#include <iterator>
+#include <map>
 
 #include "port/lock/InterProcessLock.h"
 #include "port/log/Log.h"
@@ -30,13 +32,38 @@ const std::wstring& FirstNonEmpty(const std::wstring& a, const std::wstring& b, 
   return !a.empty() ? a : !b.empty() ? b : c;
 }
 
+void AppendCaBundle(AdvXMLParser::Element& root, const std::vector<std::wstring>& caCertificates) {
+  if (caCertificates.empty()) return;
+  AdvXMLParser::Element bundle = root.AppendElement(ZEL_XML_CABUNDLE);
+  for (const std::wstring& certificate : caCertificates)
+    bundle.AppendElement(ZEL_XML_CACERTIFICATE).SetValue(certificate);
+}
+
+void AppendPolicies(AdvXMLParser::Element& root, const std::map<std::wstring, std::wstring>& settings) {
+  if (settings.empty()) return;
+  AdvXMLParser::Element policies = root.AppendElement(ZEL_XML_POLICIES);
+  for (const auto& setting : settings) {  // ascending name order
+    AdvXMLParser::Element element = policies.AppendElement(L"Setting");
+    element.SetValue(setting.second);
+    element.SetAttribute(L"name", setting.first);
+  }
+}
+
+// The Add operation of each kind, by the kind's value.
+using AddOperation = int (CSitesHelper::*)(tag_Site*, int);
+constexpr AddOperation kAddOperations[] = {
+    &CSitesHelper::AddHTTPSite, &CSitesHelper::AddFTPSite, &CSitesHelper::AddUNCSite,
+    &CSitesHelper::AddLocalSite, &CSitesHelper::AddProxySite,
+};
+static_assert(SITE_TYPE_HTTP == 0 && SITE_TYPE_PROXY == 4, "one Add operation per kind, by value");
+
 }  // namespace
 
 int CSitesHelper::CreateSiteList(tag_Site* sites, const std::wstring& path, const std::wstring& globalVersion,
                                  const std::wstring& localVersion, const std::wstring& type,
                                  const std::vector<std::wstring>& caCertificates) {
   ADetailTrace trace(c_component, L"Creating Sitelist");
-  int result = 0;
+  int result = c_success;
   const std::wstring& target = path.empty() ? m_siteListPath : path;
   std::wstring local = localVersion;
   if (local.empty()) {
@@ -53,35 +80,21 @@ int CSitesHelper::CreateSiteList(tag_Site* sites, const std::wstring& path, cons
     root.SetAttribute(ZEL_XML_SITELISTS_LOCAL_VERSION, local);
     static const std::wstring client(ZEL_XML_SITELIST_TYPE_CLIENT);
     root.SetAttribute(ZEL_XML_SITELISTS_TYPE, FirstNonEmpty(type, m_siteListType, client));
-
-    if (!caCertificates.empty()) {
-      AdvXMLParser::Element bundle = root.AppendElement(ZEL_XML_CABUNDLE);
-      for (const std::wstring& certificate : caCertificates)
-        bundle.AppendElement(ZEL_XML_CACERTIFICATE).SetValue(certificate);
-    }
-    if (!m_policySettings.empty()) {
-      AdvXMLParser::Element policies = root.AppendElement(ZEL_XML_POLICIES);
-      for (const auto& setting : m_policySettings) {  // ascending name order
-        AdvXMLParser::Element element = policies.AppendElement(L"Setting");
-        element.SetValue(setting.second);
-        element.SetAttribute(L"name", setting.first);
-      }
-    }
+    AppendCaBundle(root, caCertificates);
+    AppendPolicies(root, m_policySettings);
     AdvXMLParser::Element siteList = root.AppendElement(ZEL_XML_SITELIST);
     siteList.SetAttribute(ZEL_XML_SITELIST_DEFAULT, L"1");
     siteList.SetAttribute(ZEL_XML_SITE_NAME, L"SomeGUID");
     m_pLastSiteElement = siteList.GetRef();
 
+    // The result is the last record's: nothing is written for a record of
+    // unknown kind, which makes it a general failure unless a known one
+    // follows. The index counts every record.
     int index = 0;
     for (tag_Site* site = sites; site; site = site->pNext, ++index) {
-      switch (site->nSiteType) {
-        case SITE_TYPE_HTTP: result = AddHTTPSite(site, index); break;
-        case SITE_TYPE_FTP: result = AddFTPSite(site, index); break;
-        case SITE_TYPE_UNC: result = AddUNCSite(site, index); break;
-        case SITE_TYPE_LOCAL: result = AddLocalSite(site, index); break;
-        case SITE_TYPE_PROXY: result = AddProxySite(site, index); break;
-        default: result = -1; break;  // nothing is written for an unknown kind
-      }
+      const int32_t kind = site->nSiteType;
+      const bool known = kind >= 0 && static_cast<std::size_t>(kind) < std::size(kAddOperations);
+      result = known ? (this->*kAddOperations[kind])(site, index) : c_generalFailure;
     }
     text = document.GenerateUtf8(false);
   } catch (...) {
@@ -90,11 +103,11 @@ int CSitesHelper::CreateSiteList(tag_Site* sites, const std::wstring& path, cons
   }
 
   InterProcessWriteLock lock(c_siteListLock);
-  if (!LockOrLog(lock)) return -11;
+  if (!LockOrLog(lock)) return c_fileNotWritten;
   try {
     AdvXMLParser::WriteUtf8BufferToFile(target, text);
   } catch (const std::exception& e) {
-    result = -11;
+    result = c_fileNotWritten;
     logError(c_component, L"Unable to write " + target + L": " + std::wstring(AString(e.what())));
   }
   lock.unlock();

@@ -184,6 +184,9 @@ static_assert(offsetof(tag_ProxySettings, bFtpUseAuth) == 20188, "tag_ProxySetti
 static_assert(sizeof(tag_Site) == 29600, "tag_Site layout is ABI");
 #endif
 
+// How a site element maps onto a record; internal to the library.
+struct SiteElementSpec;
+
 // Constants of the helper's namespace.
 constexpr const wchar_t c_sitelistName[] = L"SiteList.xml";
 constexpr const wchar_t c_serverSitelistName[] = L"ServerSiteList.xml";
@@ -388,12 +391,18 @@ class VLM_EXPORT CSitesHelper {
   VLM_HIDDEN int ReadSiteListRoot(const AdvXMLParser::Element& root, tag_Site** ppHead);
   // Stores the Setting children of a Policies element as policy settings.
   VLM_HIDDEN void ReadPolicies(const AdvXMLParser::Element& policies);
-  // Fills a zeroed body of the element's kind; 0, or -1 for no site element.
-  VLM_HIDDEN int FillSiteBody(const AdvXMLParser::Element& element, void* pBody);
+  // Fills a zeroed body of the element's kind as its table says. Returns 0.
+  VLM_HIDDEN int FillSiteBody(const AdvXMLParser::Element& element, const SiteElementSpec& spec, void* pBody);
+  // Reads the entries of a ProxyConfigList into site's body (the last one
+  // wins) and returns the last entry's result, result when it has none.
+  VLM_HIDDEN int ReadProxyConfigList(const AdvXMLParser::Element& list, tag_Site& site, int result);
   VLM_HIDDEN void ReadPassword(const std::wstring& value, wchar_t* field, bool bAlwaysTextForm);
   // Appends child name holding clear encrypted (text form), marked
   // Encrypted="1"; empty text when it cannot be encrypted.
   VLM_HIDDEN void WritePassword(AdvXMLParser::Element& parent, const wchar_t* name, const wchar_t* clear);
+  // Appends pSite, written as a record of kind, behind the writer's cursor
+  // as its table says, and moves the cursor to it. Returns 0.
+  VLM_HIDDEN int AddSite(tag_Site* pSite, int index, int32_t kind, const wchar_t* traceMessage);
 
   std::wstring m_siteListPath;
   std::wstring m_currentPath;
