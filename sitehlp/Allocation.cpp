@@ -6,11 +6,29 @@ namespace sitehlp {
 
 namespace {
 
+bool NoFault(AllocationUse) { return false; }
+
+AllocationFault g_fault = &NoFault;
 RecordAllocator g_recordAllocator = &CallocRecord;
 
 }  // namespace
 
-tag_Site* CallocRecord() { return static_cast<tag_Site*>(std::calloc(1, sizeof(tag_Site))); }
+AllocationFault SetAllocationFault(AllocationFault fault) {
+  const AllocationFault previous = g_fault;
+  g_fault = fault ? fault : &NoFault;
+  return previous;
+}
+
+bool AllocationFails(AllocationUse use) { return g_fault(use); }
+
+void* AllocateZeroed(AllocationUse use, std::size_t size) {
+  if (AllocationFails(use)) return nullptr;
+  return std::calloc(1, size);
+}
+
+tag_Site* CallocRecord() {
+  return static_cast<tag_Site*>(AllocateZeroed(AllocationUse::MergedRecord, sizeof(tag_Site)));
+}
 
 tag_Site* AllocateRecord() { return g_recordAllocator(); }
 

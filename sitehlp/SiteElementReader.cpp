@@ -12,6 +12,7 @@
 
 #include "port/log/Log.h"
 #include "port/xml/AdvXMLParser.h"
+#include "sitehlp/Allocation.h"
 #include "sitehlp/Component.h"
 #include "sitehlp/FieldFill.h"
 #include "sitehlp/Numbers.h"
@@ -194,7 +195,7 @@ int CSitesHelper::ReadSiteFromSiteList(AdvXMLParser::Element* pElement, void** p
   if (!pElement || !*pElement) return c_generalFailure;
   const SiteElementSpec* spec = FindSiteElementSpec(*pElement);
   if (!spec) return c_generalFailure;
-  void* body = std::calloc(1, spec->bodySize);
+  void* body = AllocateZeroed(AllocationUse::SiteBody, spec->bodySize);
   if (!body) return c_outOfMemory;
   FillSiteBody(*pElement, *spec, body);
   *ppBody = body;

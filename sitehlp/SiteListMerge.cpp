@@ -215,7 +215,7 @@ int CSitesHelper::MergeSiteLists(tag_Site* pSiteList, tag_Site* pBaseSiteList, b
     for (const tag_Site* site = spipeSites; site; site = site->pNext) ++spipeCount;
     if (hr == c_success && spipeSites) result = UpdateSpipeSite(spipeSites, &tail, ppFinalSiteList);
   };
-  // Notes a copy that ran out of memory.
+  // Notes a step that ran out of memory (copying, or reading the own list).
   auto noteMemory = [&](int hr) {
     if (hr == c_outOfMemory) outOfMemory = true;
     return hr;
@@ -226,14 +226,14 @@ int CSitesHelper::MergeSiteLists(tag_Site* pSiteList, tag_Site* pBaseSiteList, b
     if (pSiteList) {
       result = noteMemory(MergeThisSiteList(pSiteList, true, &tail, ppFinalSiteList));
     } else {
-      result = ReadSiteList(L"", &current);
+      result = noteMemory(ReadSiteList(L"", &current));
       if (result >= 0 && current) {
         takeFallback(current);
         takeSpipeSites(current);
       }
     }
   } else {
-    result = ReadSiteList(L"", &current);
+    result = noteMemory(ReadSiteList(L"", &current));
     if (result >= 0 && current) result = noteMemory(MergeThisSiteList(current, false, &tail, ppFinalSiteList));
     if (pSiteList) {
       takeFallback(pSiteList);

@@ -8,6 +8,7 @@
 #include "port/log/Log.h"
 #include "port/strings/Strings.h"
 #include "port/xml/AdvXMLParser.h"
+#include "sitehlp/Allocation.h"
 #include "sitehlp/Component.h"
 #include "sitehlp/ExceptionResult.h"
 #include "sitehlp/FieldFill.h"
@@ -81,7 +82,7 @@ int CSitesHelper::ReadSitesOfSiteList(const Element& siteList, tag_Site** ppHead
       const SiteListChild what = ClassifySiteListChild(child);
       if (bSitesOnly && !what.spec) continue;
 
-      tag_Site* site = static_cast<tag_Site*>(std::calloc(1, sizeof(tag_Site)));
+      tag_Site* site = static_cast<tag_Site*>(AllocateZeroed(AllocationUse::ReadRecord, sizeof(tag_Site)));
       if (!site) {
         result = c_outOfMemory;
         break;
