@@ -1,5 +1,5 @@
-// Allocation of the memory an operation can run out of: site records and
-// record bodies. Internal to the library.
+// Allocation of the memory an operation can run out of: site records, record
+// bodies and the writer's document. Internal to the library.
 //
 // Every such allocation asks one replaceable hook first, so that the tests
 // can make the n-th allocation of one use fail and check that the operation
@@ -19,6 +19,7 @@ enum class AllocationUse {
   MergedRecord,  // records that merging and the management server endpoint create
   ReadRecord,    // records the reader builds from a document
   SiteBody,      // bodies ReadSiteFromSiteList hands out
+  Document,      // the writer's document and each site element in it
 };
 
 // Answers whether an allocation for use fails. The default: none fails.

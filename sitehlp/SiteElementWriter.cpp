@@ -3,10 +3,12 @@
 // format; macro formatting and the exclusion list's tokenising happen in
 // place on the record.
 #include <cwchar>
+#include <new>
 
 #include "port/log/Log.h"
 #include "port/strings/Strings.h"
 #include "port/xml/AdvXMLParser.h"
+#include "sitehlp/Allocation.h"
 #include "sitehlp/Component.h"
 #include "sitehlp/SiteTables.h"
 #include "sitehlp/SitesHelper.h"
@@ -19,11 +21,14 @@ namespace {
 using AdvXMLParser::Element;
 
 // The first site goes first into SiteList (the cursor); every later one right
-// behind the previous site.
+// behind the previous site. An element that cannot be allocated fails the
+// document being built.
 Element NewSiteElement(AdvXMLParser::ElementRef cursorRef, const wchar_t* name, int index) {
+  if (AllocationFails(AllocationUse::Document)) throw std::bad_alloc();
   Element cursor(cursorRef);
-  if (index == 0) return cursor.PrependElement(name);
-  return cursor.GetParent().InsertElementAfter(name, cursor);
+  Element site = index == 0 ? cursor.PrependElement(name) : cursor.GetParent().InsertElementAfter(name, cursor);
+  if (!site) throw std::bad_alloc();
+  return site;
 }
 
 const wchar_t* TypeText(const tag_Site* site) {

@@ -4,10 +4,12 @@
 #include <cwchar>
 #include <iterator>
 #include <map>
+#include <new>
 
 #include "port/lock/InterProcessLock.h"
 #include "port/log/Log.h"
 #include "port/xml/AdvXMLParser.h"
+#include "sitehlp/Allocation.h"
 #include "sitehlp/Component.h"
 #include "sitehlp/SitesHelper.h"
 #include "xmlschema/sitelist.h"
@@ -73,6 +75,7 @@ int CSitesHelper::CreateSiteList(tag_Site* sites, const std::wstring& path, cons
 
   std::string text;
   try {
+    if (AllocationFails(AllocationUse::Document)) throw std::bad_alloc();
     AdvXMLParser::Document document;
     AdvXMLParser::Element root = document.CreateRoot(ZEL_XML_SITELISTS);
     root.SetAttribute(ZEL_XML_NAMESPACE, ZEL_XML_SITELISTS_NAMESPACE);
@@ -98,8 +101,10 @@ int CSitesHelper::CreateSiteList(tag_Site* sites, const std::wstring& path, cons
     }
     text = document.GenerateUtf8(false);
   } catch (...) {
-    // The document could not be built: nothing is written.
-    return result;
+    // The document could not be built (memory ran out): nothing is written,
+    // and the caller is told so.
+    logError(c_component, L"Unable to build the site list for " + target);
+    return c_fileNotWritten;
   }
 
   InterProcessWriteLock lock(c_siteListLock);

@@ -269,12 +269,14 @@ class VLM_EXPORT CSitesHelper {
   // Writes sites (NULL: no sites) to path (empty: the helper's own), stamping
   // a local version when localVersion is empty. Changes the records: macros
   // are put into stored form, proxy exclusion lists cut apart. 0; -1 when the
-  // last record has an unknown kind; -11 when the file could not be written.
+  // last record has an unknown kind; -11 when the file could not be written,
+  // also when memory ran out while the document was built (nothing written).
   int CreateSiteList(tag_Site* sites, const std::wstring& path, const std::wstring& globalVersion,
                      const std::wstring& localVersion, const std::wstring& type,
                      const std::vector<std::wstring>& caCertificates);
   // Append one site element behind the writer's cursor; called by
-  // CreateSiteList only. Return 0.
+  // CreateSiteList only. Return 0; an element that cannot be allocated
+  // throws std::bad_alloc, which CreateSiteList reports as -11.
   int AddHTTPSite(tag_Site* pSite, int index);
   int AddFTPSite(tag_Site* pSite, int index);
   int AddUNCSite(tag_Site* pSite, int index);

@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "port/config/IConfiguration.h"
 #include "port/crypto/KeyCache.h"
@@ -176,6 +177,39 @@ TEST_F(OutOfMemoryTest, AMergeWhoseOwnListRunsOutOfMemoryFailsAndHandsOutNothing
   ExpectNoLeak();
 }
 
+// ---- writing ---------------------------------------------------------------------------------------
+
+// The document, then one element per site, are allocated while the list is
+// built; whichever fails, nothing is written, the file in place stays as it
+// was, the caller gets -11 and the lock is never taken.
+TEST_F(OutOfMemoryTest, ADocumentThatCannotBeBuiltIsNotWrittenAndTheCallerIsTold) {
+  WriteFile(m_path, Document(kThreeSites));
+  const std::string before = ReadFile(m_path);
+  SiteList sites(m_helper);
+  ASSERT_EQ(m_helper.ReadSiteList(m_wpath, sites.out()), 0);
+  {
+    SiteList copy(m_helper, sitetest::CopyList(sites.head()));
+    FailingAllocation counting(AllocationUse::Document, -1);
+    ASSERT_EQ(m_helper.CreateSiteList(copy.head(), m_config.dir().wfile("other.xml"), L"", L"", L"", {}), 0);
+    ASSERT_EQ(FailingAllocation::count(), 4);
+  }
+  for (int failAt = 0; failAt < 4; ++failAt) {
+    SCOPED_TRACE("allocation " + std::to_string(failAt) + " fails");
+    SiteList copy(m_helper, sitetest::CopyList(sites.head()));
+    testsupport::CapturingLogSink log;
+    {
+      FailingAllocation failing(AllocationUse::Document, failAt);
+      EXPECT_EQ(m_helper.CreateSiteList(copy.head(), m_wpath, L"", L"", L"", {}), sitehlp::c_fileNotWritten);
+    }
+    EXPECT_EQ(ReadFile(m_path), before);
+    EXPECT_EQ(log.messages(port::LogLevel::Error),
+              std::vector<std::wstring>{L"Unable to build the site list for " + m_wpath});
+    InterProcessWriteLock lock(sitehlp::c_siteListLock);
+    EXPECT_TRUE(lock.lock(0)) << "the lock is free";
+  }
+  ExpectNoLeak();
+}
+
 // ---- buffers ---------------------------------------------------------------------------------------
 
 class BufferOutOfMemoryTest : public OutOfMemoryTest {
@@ -193,6 +227,17 @@ TEST_F(BufferOutOfMemoryTest, TextWhoseSitesCannotBeAllocatedWritesNothing) {
     SCOPED_TRACE("record " + std::to_string(failAt) + " fails");
     FailingAllocation failing(AllocationUse::ReadRecord, failAt);
     EXPECT_EQ(m_helper.CreateSiteListFromBuffer(text), sitehlp::c_outOfMemory);
+    EXPECT_FALSE(FileExists(StandardPath()));
+  }
+  ExpectNoLeak();
+}
+
+TEST_F(BufferOutOfMemoryTest, TextWhoseDocumentCannotBeBuiltWritesNothingAndReportsMinusEleven) {
+  const std::wstring text = Wide(Document(kThreeSites));
+  for (int failAt = 0; failAt < 4; ++failAt) {
+    SCOPED_TRACE("allocation " + std::to_string(failAt) + " fails");
+    FailingAllocation failing(AllocationUse::Document, failAt);
+    EXPECT_EQ(m_helper.CreateSiteListFromBuffer(text), sitehlp::c_fileNotWritten);
     EXPECT_FALSE(FileExists(StandardPath()));
   }
   ExpectNoLeak();
