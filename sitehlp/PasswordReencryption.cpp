@@ -6,13 +6,12 @@
 #include <string>
 #include <vector>
 
-#include "port/config/IConfiguration.h"
-#include "port/fs/AFile.h"
 #include "port/log/Log.h"
 #include "port/xml/AdvXMLParser.h"
 #include "sitehlp/Component.h"
 #include "sitehlp/ExceptionResult.h"
 #include "sitehlp/SitesHelper.h"
+#include "sitehlp/serversitelist/ServerSiteListPath.h"
 #include "xmlschema/sitelist.h"
 
 namespace sitehlp {
@@ -63,8 +62,7 @@ int CSitesHelper::AdjustPwd(const AnObjectBuffer<unsigned char>& buffer) {
 
   // Written whatever was read: writing encrypts the passwords in the text
   // form. A failure to write is not part of the status.
-  const AString target = joinPath(IConfiguration::GetConfiguration()->GetFrameworkDataDirectory(), c_serverSitelistName);
-  CreateSiteList(sites, target, globalVersion, localVersion, type, certificates);
+  CreateSiteList(sites, ServerSiteListPath(), globalVersion, localVersion, type, certificates);
   FreeSiteListMemory(sites);
   return status;
 }

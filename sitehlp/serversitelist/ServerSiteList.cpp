@@ -9,6 +9,7 @@
 #include "port/xml/AnXml.h"
 #include "sitehlp/Component.h"
 #include "sitehlp/SitesHelper.h"
+#include "sitehlp/serversitelist/ServerSiteListPath.h"
 #include "xmlschema/sitelist.h"
 
 namespace sitehlp {
@@ -73,8 +74,7 @@ bool CSitesHelper::CreateServerSiteList(AnObjectBuffer<unsigned char>& buffer, b
     AdjustPwd(buffer);
     return true;
   }
-  const AString path = joinPath(IConfiguration::GetConfiguration()->GetFrameworkDataDirectory(), c_serverSitelistName);
-  return AFile::write(path, buffer.data(), buffer.size());
+  return AFile::write(ServerSiteListPath(), buffer.data(), buffer.size());
 }
 
 }  // namespace sitehlp

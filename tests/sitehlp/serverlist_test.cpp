@@ -2,12 +2,15 @@
 // client's own sites, and a server site list stored from memory.
 #include <gtest/gtest.h>
 
+#include <cerrno>
+#include <cstring>
 #include <filesystem>
 #include <string>
 #include <vector>
 
 #include "port/config/IConfiguration.h"
 #include "port/crypto/KeyCache.h"
+#include "port/fs/SysCalls.h"
 #include "port/log/Log.h"
 #include "sitehlp/DocumentTestUtil.h"
 #include "sitehlp/SitesHelper.h"
@@ -267,6 +270,62 @@ TEST_F(CreateServerSiteListTest, AdjustReturnsTrueEvenWhenTheBufferCannotBeParse
                 "<ns:SiteLists xmlns:ns=\"zelSiteList\" GlobalVersion=\"STAMP\" LocalVersion=\"STAMP\" "
                 "Type=\"Client\"><SiteList Default=\"1\" Name=\"SomeGUID\"/></ns:SiteLists>",
             written);
+}
+
+// Every file system call that names a ServerSiteList.xml is recorded and
+// refused, so that where the list would go is known and nothing is written
+// there, wherever it is.
+std::vector<std::string> g_serverListPaths;
+bool IsServerList(const char* path) {
+  const char* slash = std::strrchr(path, '/');
+  return std::strstr(slash ? slash : path, "ServerSiteList.xml") != nullptr;
+}
+class RefusedServerListWrites {
+ public:
+  RefusedServerListWrites() : m_scope(Table()) { g_serverListPaths.clear(); }
+
+ private:
+  static int Refuse(const char* path) {
+    g_serverListPaths.push_back(path);
+    errno = EACCES;
+    return -1;
+  }
+  static port::SysCalls Table() {
+    port::SysCalls t = port::RealSysCalls();
+    t.open = [](const char* p, int f, mode_t m) {
+      return IsServerList(p) ? Refuse(p) : port::RealSysCalls().open(p, f, m);
+    };
+    t.lstat = [](const char* p, struct stat* s) {
+      return IsServerList(p) ? Refuse(p) : port::RealSysCalls().lstat(p, s);
+    };
+    t.stat = [](const char* p, struct stat* s) {
+      return IsServerList(p) ? Refuse(p) : port::RealSysCalls().stat(p, s);
+    };
+    t.rename = [](const char* from, const char* to) {
+      return IsServerList(from) || IsServerList(to) ? Refuse(to) : port::RealSysCalls().rename(from, to);
+    };
+    return t;
+  }
+  port::ScopedSysCallOverride m_scope;
+};
+
+// The list's path is the data directory, "/" and the name: an empty data
+// directory must not turn it into a path relative to the working directory.
+TEST_F(CreateServerSiteListTest, WithAnEmptyDataDirectoryTheBufferGoesToTheRootDirectory) {
+  port::SetConfigValue(port::ConfigKey::DataDir, "");
+  AnObjectBuffer<unsigned char> buffer = Buffer(Doc(Http("b", " Local=\"0\"")));
+  RefusedServerListWrites refused;
+  EXPECT_FALSE(m_helper.CreateServerSiteList(buffer, false));
+  EXPECT_EQ(std::vector<std::string>{"/ServerSiteList.xml"}, g_serverListPaths);
+}
+
+TEST_F(CreateServerSiteListTest, WithAnEmptyDataDirectoryTheReencryptedListGoesToTheRootDirectory) {
+  port::SetConfigValue(port::ConfigKey::DataDir, "");
+  port::SetConfigValue(port::ConfigKey::CryptoKeySize, "1");
+  AnObjectBuffer<unsigned char> buffer = Buffer(Doc(Http("b", " Local=\"0\"")));
+  RefusedServerListWrites refused;
+  EXPECT_TRUE(m_helper.CreateServerSiteList(buffer, true));
+  EXPECT_EQ(std::vector<std::string>{"/ServerSiteList.xml"}, g_serverListPaths);
 }
 
 }  // namespace
