@@ -13,19 +13,12 @@ namespace {
 
 using sitehlp::tag_Site;
 
-template <std::size_t N>
-void Set(wchar_t (&field)[N], const std::wstring& text) {
-  if (text.size() >= N) throw std::length_error("generated text does not fit its field");
-  std::wmemset(field, 0, N);
-  std::wmemcpy(field, text.data(), text.size());
-}
-
-tag_Site* NewSite(int kind) {
-  tag_Site* site = static_cast<tag_Site*>(std::calloc(1, sizeof(tag_Site)));
-  if (!site) throw std::bad_alloc();
-  site->nSiteType = kind;
-  return site;
-}
+using sitehlp::SITE_TYPE_FTP;
+using sitehlp::SITE_TYPE_HTTP;
+using sitehlp::SITE_TYPE_LOCAL;
+using sitehlp::SITE_TYPE_PROXY;
+using sitehlp::SITE_TYPE_UNC;
+using sitesample::SiteBuilder;
 
 std::wstring Num(std::uint64_t v) { return std::to_wstring(v); }
 
@@ -58,134 +51,93 @@ std::wstring Certificate(Rng& rng, int index) {
   return pem;
 }
 
-void Common(tag_Site* site, const wchar_t* type, int order, bool enabled, bool local) {
-  Set(site->szType, type);
-  site->nOrder = order;
-  site->bEnabled = enabled ? 1 : 0;
-  site->bLocal = local ? 1 : 0;
-  site->bMirror = std::wcscmp(type, L"mirror") == 0;
+// The header of a repository; a mirror is marked as the reader marks one.
+SiteBuilder& Common(SiteBuilder& site, const wchar_t* type, int order, bool enabled, bool local) {
+  site.Type(type).Order(order).Enabled(enabled ? 1 : 0).Local(local ? 1 : 0);
+  return site.Mirror(std::wcscmp(type, L"mirror") == 0);
 }
 
-void Credentials(Rng& rng, wchar_t (&user)[260], wchar_t (&password)[260]) {
+void Credentials(Rng& rng, SiteBuilder& site) {
   if (rng.Below(100) >= 33) return;  // most repositories need no account
-  Set(user, L"svc_" + rng.Word(4, 10));
-  Set(password, rng.Word(10, 20) + L"!" + Num(rng.Below(1000)));
+  const std::wstring user = L"svc_" + rng.Word(4, 10);
+  site.Account(user, rng.Word(10, 20) + L"!" + Num(rng.Below(1000)));
 }
 
 tag_Site* Spipe(Rng& rng) {
-  tag_Site* s = NewSite(sitehlp::SITE_TYPE_HTTP);
-  Common(s, L"master", 1, true, false);
-  s->bSpipeOrSuperAgent = 1;
-  sitehlp::tag_HttpSite& h = s->httpSite;
-  Set(h.szSiteElement, L"SpipeSite");
-  Set(h.szName, L"Vantor_MasterSite");
-  Set(h.szServer, L"mgmt.corp.example");
-  h.nPort = 443;
-  Set(h.szServerName, L"MGMT01");
-  h.nServerNamePort = 443;
-  Set(h.szServerIP, L"192.0.2.10");
-  h.nServerIPPort = 443;
-  h.nSecurePort = 8443;
-  Set(h.szRelativePath, L"Software");
-  Set(h.szVersion, L"5.10.0");
-  Credentials(rng, h.szUserName, h.szPassword);
-  return s;
+  SiteBuilder s(SITE_TYPE_HTTP);
+  Common(s, L"master", 1, true, false)
+      .SpipeOrSuperAgent().Element(L"SpipeSite").Name(L"Vantor_MasterSite").Server(L"mgmt.corp.example", 443)
+      .ServerName(L"MGMT01", 443).ServerIP(L"192.0.2.10", 443).SecurePort(8443).Path(L"Software").Version(L"5.10.0");
+  Credentials(rng, s);
+  return s.Release();
 }
 
 tag_Site* Http(Rng& rng, unsigned i, bool superAgent) {
-  tag_Site* s = NewSite(sitehlp::SITE_TYPE_HTTP);
+  SiteBuilder s(SITE_TYPE_HTTP);
   const bool mirror = !superAgent && rng.Below(5) == 0;
   Common(s, superAgent ? L"repository" : mirror ? L"mirror" : L"repository", static_cast<int>(i + 1),
          rng.Below(10) != 0, false);
-  sitehlp::tag_HttpSite& h = s->httpSite;
   if (superAgent) {
-    s->bSpipeOrSuperAgent = 1;
-    Set(h.szSiteElement, L"SuperAgentSite");
-    Set(h.szName, L"SuperAgent_" + Num(i));
-    Set(h.szServer, L"sa" + Num(i) + L".branch" + Num(rng.Below(40)) + L".corp.example");
-    h.nPort = 8081;
-    Set(h.szServerName, L"SA" + Num(i));
-    h.nServerNamePort = 8081;
-    Set(h.szServerIP, L"198.51.100." + Num(1 + rng.Below(250)));
-    h.nServerIPPort = 8081;
-    Set(h.szRelativePath, L"Software");
+    s.SpipeOrSuperAgent().Element(L"SuperAgentSite").Name(L"SuperAgent_" + Num(i));
+    s.Server(L"sa" + Num(i) + L".branch" + Num(rng.Below(40)) + L".corp.example", 8081);
+    s.ServerName(L"SA" + Num(i), 8081).ServerIP(L"198.51.100." + Num(1 + rng.Below(250)), 8081).Path(L"Software");
   } else {
-    Set(h.szSiteElement, L"HttpSite");
-    Set(h.szName, (mirror ? L"Mirror_" : L"HttpRepo_") + Num(i));
-    Set(h.szServer, i == 1 ? std::wstring(L"update.vlm.example") : L"repo" + Num(i) + L".vlm.example");
-    h.nPort = rng.Below(4) == 0 ? 8080 : 80;
-    if (rng.Below(3) == 0) h.nSecurePort = 443;
-    Set(h.szRelativePath, L"Updates/" + rng.Word(3, 12) + L"/current");
+    s.Element(L"HttpSite").Name((mirror ? L"Mirror_" : L"HttpRepo_") + Num(i));
+    const std::wstring host = i == 1 ? std::wstring(L"update.vlm.example") : L"repo" + Num(i) + L".vlm.example";
+    s.Server(host, rng.Below(4) == 0 ? 8080 : 80);
+    if (rng.Below(3) == 0) s.SecurePort(443);
+    s.Path(L"Updates/" + rng.Word(3, 12) + L"/current");
   }
-  h.nUseAuth = rng.Below(3) == 0 ? 1 : 0;
-  Credentials(rng, h.szUserName, h.szPassword);
-  return s;
+  s.UseAuth(rng.Below(3) == 0 ? 1 : 0);
+  Credentials(rng, s);
+  return s.Release();
 }
 
 tag_Site* Ftp(Rng& rng, unsigned i) {
-  tag_Site* s = NewSite(sitehlp::SITE_TYPE_FTP);
-  Common(s, L"repository", static_cast<int>(i + 1), rng.Below(10) != 0, false);
-  sitehlp::tag_FtpSite& f = s->ftpSite;
-  Set(f.szName, L"FtpRepo_" + Num(i));
-  Set(f.szServer, i == 2 ? std::wstring(L"ftp.vlm.example") : L"ftp" + Num(i) + L".vlm.example");
-  f.nPort = 21;
-  if (rng.Below(4) == 0) f.nSecurePort = 990;
-  Set(f.szRelativePath, L"pub/updates/" + rng.Word(3, 10));
+  SiteBuilder s(SITE_TYPE_FTP);
+  Common(s, L"repository", static_cast<int>(i + 1), rng.Below(10) != 0, false).Name(L"FtpRepo_" + Num(i));
+  s.Server(i == 2 ? std::wstring(L"ftp.vlm.example") : L"ftp" + Num(i) + L".vlm.example", 21);
+  if (rng.Below(4) == 0) s.SecurePort(990);
+  s.Path(L"pub/updates/" + rng.Word(3, 10));
   if (rng.Below(2) == 0)
-    Set(f.szUserName, L"anonymous");
+    s.Account(L"anonymous", L"");
   else
-    Credentials(rng, f.szUserName, f.szPassword);
-  return s;
+    Credentials(rng, s);
+  return s.Release();
 }
 
 tag_Site* Unc(Rng& rng, unsigned i) {
-  tag_Site* s = NewSite(sitehlp::SITE_TYPE_UNC);
+  SiteBuilder s(SITE_TYPE_UNC);
   Common(s, L"repository", static_cast<int>(i + 1), rng.Below(10) != 0, rng.Below(2) == 0);
-  sitehlp::tag_UncSite& u = s->uncSite;
-  Set(u.szName, L"Share_" + Num(i));
-  Set(u.szServer, L"files" + Num(i) + L".corp.example");
-  Set(u.szShareName, L"updates" + Num(rng.Below(10)));
-  Set(u.szRelativePath, L"agent/" + rng.Word(3, 10));
-  u.nUseLoggedonUserAccount = rng.Below(2);
-  Set(u.szDomainName, L"CORP");
-  Credentials(rng, u.szUserName, u.szPassword);
-  return s;
+  s.Name(L"Share_" + Num(i)).Server(L"files" + Num(i) + L".corp.example").Share(L"updates" + Num(rng.Below(10)));
+  s.Path(L"agent/" + rng.Word(3, 10)).LoggedOnUser(static_cast<int32_t>(rng.Below(2))).Domain(L"CORP");
+  Credentials(rng, s);
+  return s.Release();
 }
 
 tag_Site* Local(Rng& rng, unsigned i, bool fallback) {
-  tag_Site* s = NewSite(sitehlp::SITE_TYPE_LOCAL);
-  Common(s, fallback ? L"fallback" : L"repository", fallback ? 0 : static_cast<int>(i + 1), true, true);
-  sitehlp::tag_LocalSite& l = s->localSite;
-  Set(l.szName, fallback ? std::wstring(L"Fallback") : L"LocalCache_" + Num(i));
-  Set(l.szRelativePath, L"/var/cache/vlm/" + rng.Word(4, 12));
-  l.nUseLoggedonUserAccount = 0;
-  return s;
+  SiteBuilder s(SITE_TYPE_LOCAL);
+  Common(s, fallback ? L"fallback" : L"repository", fallback ? 0 : static_cast<int>(i + 1), true, true)
+      .Name(fallback ? std::wstring(L"Fallback") : L"LocalCache_" + Num(i))
+      .Path(L"/var/cache/vlm/" + rng.Word(4, 12))
+      .LoggedOnUser(0);
+  return s.Release();
 }
 
 tag_Site* Proxy(Rng& rng) {
-  tag_Site* s = NewSite(sitehlp::SITE_TYPE_PROXY);
-  sitehlp::tag_ProxySettings& p = s->proxySettings;
-  Set(p.szName, L"CorpProxy");
-  Set(p.szProxyKind, L"FtpHttp");
-  Set(p.szHttpProxyServer, L"proxy.corp.example");
-  p.nHttpProxyPort = 3128;
-  Set(p.szFtpProxyServer, L"ftpproxy.corp.example");
-  p.nFtpProxyPort = 2121;
-  p.bBypassLocalAddress = 1;
-  p.bHttpUseAuth = 1;
-  Set(p.szHttpProxyUser, L"proxyuser");
-  Set(p.szHttpProxyPassword, L"proxy-" + rng.Word(8, 12));
-  Set(p.szFtpProxyUser, L"ftpproxyuser");
-  Set(p.szFtpProxyPassword, L"ftp-" + rng.Word(8, 12));
+  SiteBuilder s(SITE_TYPE_PROXY);
+  s.Name(L"CorpProxy").ProxyKind(L"FtpHttp").HttpProxy(L"proxy.corp.example", 3128)
+      .FtpProxy(L"ftpproxy.corp.example", 2121).BypassLocal(1).ProxyAuth(0, 1);
+  s.HttpProxyAccount(L"proxyuser", L"proxy-" + rng.Word(8, 12));
+  s.FtpProxyAccount(L"ftpproxyuser", L"ftp-" + rng.Word(8, 12));
   std::wstring exclusions;
   const unsigned count = 12;
   for (unsigned k = 0; k < count; ++k) {
     if (k) exclusions += L";";
     exclusions += L"host" + Num(k) + L"." + rng.Word(3, 8) + L".corp.example";
   }
-  Set(p.szExclusionList, exclusions);
-  p.nExclusionCount = static_cast<int32_t>(count);
-  return s;
+  s.Exclusions(exclusions, static_cast<int32_t>(count));
+  return s.Release();
 }
 
 }  // namespace
@@ -237,23 +189,6 @@ int WriteGeneratedList(sitehlp::CSitesHelper& helper, GeneratedList& list, const
   helper.FreeSiteListMemory(list.head);
   list.head = nullptr;
   return rc;
-}
-
-tag_Site* CopyList(const tag_Site* head) {
-  tag_Site* first = nullptr;
-  tag_Site* tail = nullptr;
-  for (const tag_Site* s = head; s; s = s->pNext) {
-    tag_Site* c = static_cast<tag_Site*>(std::malloc(sizeof(tag_Site)));
-    if (!c) throw std::bad_alloc();
-    std::memcpy(c, s, sizeof(tag_Site));
-    c->pNext = nullptr;
-    if (tail)
-      tail->pNext = c;
-    else
-      first = c;
-    tail = c;
-  }
-  return first;
 }
 
 void FreeList(tag_Site* head) {

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "sitehlp/SitesHelper.h"
+#include "support/SiteRecordBuilder.h"
 
 namespace vlmbench {
 
@@ -35,7 +36,7 @@ GeneratedList GenerateSiteList(unsigned int n, std::uint64_t seed);
 int WriteGeneratedList(sitehlp::CSitesHelper& helper, GeneratedList& list, const std::wstring& path);
 
 // A deep copy of a record list (each node calloc'ed, as the library does).
-sitehlp::tag_Site* CopyList(const sitehlp::tag_Site* head);
+using sitesample::CopyList;
 void FreeList(sitehlp::tag_Site* head);
 std::size_t CountSites(const sitehlp::tag_Site* head);
 

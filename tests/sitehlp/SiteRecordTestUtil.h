@@ -1,5 +1,5 @@
-// Building, copying and comparing tag_Site records in the writer, CA
-// certificate and round trip tests.
+// Lists of tag_Site records owned by a test, and comparing records field by
+// field, for the site helper's tests.
 #ifndef VLM_TESTS_SITEHLP_SITERECORDTESTUTIL_H
 #define VLM_TESTS_SITEHLP_SITERECORDTESTUTIL_H
 
@@ -13,27 +13,17 @@
 #include <vector>
 
 #include "sitehlp/SitesHelper.h"
+#include "support/SiteRecordBuilder.h"
 #include "support/TestSupport.h"
 
 namespace sitetest {
 
 using sitehlp::tag_Site;
 
-// A zeroed record of the given kind, allocated as the library allocates them.
-inline tag_Site* NewSite(int kind) {
-  tag_Site* site = static_cast<tag_Site*>(std::calloc(1, sizeof(tag_Site)));
-  if (!site) throw std::bad_alloc();
-  site->nSiteType = kind;
-  return site;
-}
-
-// Fills a fixed-capacity field; the text must fit (capacity - 1 characters).
-template <std::size_t N>
-void Set(wchar_t (&field)[N], const std::wstring& text) {
-  if (text.size() >= N) throw std::length_error("text does not fit the field");
-  std::wmemset(field, 0, N);
-  std::wmemcpy(field, text.data(), text.size());
-}
+// Records are made with the builder the benchmarks share (SiteRecordBuilder.h).
+using sitesample::NewSite;
+using sitesample::Set;
+using sitesample::SiteBuilder;
 
 // A list owned by the test, released with FreeSiteListMemory.
 class SiteList {
@@ -86,22 +76,7 @@ class SiteList {
   tag_Site* m_head;
 };
 
-// A copy of every record of a list, linked in the same order.
-inline tag_Site* CopyList(const tag_Site* list) {
-  tag_Site* head = nullptr;
-  tag_Site* tail = nullptr;
-  for (const tag_Site* s = list; s; s = s->pNext) {
-    tag_Site* copy = NewSite(s->nSiteType);
-    std::memcpy(copy, s, sizeof(tag_Site));
-    copy->pNext = nullptr;
-    if (tail)
-      tail->pNext = copy;
-    else
-      head = copy;
-    tail = copy;
-  }
-  return head;
-}
+using sitesample::CopyList;
 
 // ---- Field by field comparison --------------------------------------------------------------
 

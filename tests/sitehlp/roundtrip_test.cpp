@@ -20,6 +20,7 @@ using sitehlp::CSitesHelper;
 using sitehlp::tag_Site;
 using sitetest::NewSite;
 using sitetest::Set;
+using sitetest::SiteBuilder;
 using sitetest::SiteList;
 using testsupport::Narrow;
 using testsupport::Wide;
@@ -290,142 +291,50 @@ class SiteListRoundTripTest : public ::testing::Test {
 // ---- Lists with every field set ---------------------------------------------------------------
 
 void FillEveryKind(SiteList& list) {
-  tag_Site* s = list.append(NewSite(sitehlp::SITE_TYPE_HTTP));
-  Set(s->szType, L"repository");
-  s->bEnabled = 1;
-  s->nOrder = 1;
-  Set(s->httpSite.szSiteElement, L"HttpSite");
-  Set(s->httpSite.szName, L"Http \u2603 <&> \"q\" 'a'");
-  Set(s->httpSite.szServer, L"[fe80::1]");
-  s->httpSite.nPort = 8443;
-  s->httpSite.nSecurePort = 443;
-  Set(s->httpSite.szServerName, L"NOT-WRITTEN");
-  s->httpSite.nServerNamePort = 1;
-  Set(s->httpSite.szServerIP, L"192.0.2.99");
-  s->httpSite.nServerIPPort = 2;
-  Set(s->httpSite.szVersion, L"not written either");
-  Set(s->httpSite.szRelativePath, L"%%lt%%PATH%%gt%%/Software/Current");
-  s->httpSite.nUseAuth = 1;
-  Set(s->httpSite.szUserName, L" user with spaces ");
-  Set(s->httpSite.szPassword, L"Secr3t-Pa55! <&> \"'");
-
-  s = list.append(NewSite(sitehlp::SITE_TYPE_HTTP));
-  Set(s->szType, L"master");
-  s->bEnabled = 1;
-  s->bSpipeOrSuperAgent = 1;
-  s->nOrder = 2;
-  Set(s->httpSite.szSiteElement, L"SpipeSite");
-  Set(s->httpSite.szName, L"%%lt%%NAME%%gt%% stays escaped");
-  Set(s->httpSite.szServer, L"[2001:db8::10]");
-  s->httpSite.nPort = 443;
-  Set(s->httpSite.szServerName, L"%%lt%%HOSTNAME%%gt%%");
-  s->httpSite.nServerNamePort = 80;
-  Set(s->httpSite.szServerIP, L"[fe80::1%eth0]");
-  s->httpSite.nServerIPPort = 8443;
-  Set(s->httpSite.szVersion, L"5.10.%%lt%%BUILD%%gt%%");
-  Set(s->httpSite.szRelativePath, L"Software");
-  s->httpSite.nUseAuth = -4;
-  Set(s->httpSite.szUserName, L"agent");
-  Set(s->httpSite.szPassword, L"Spipe-Pa55-\u00e9\u00df\u4e2d\U0001F511");
-
-  s = list.append(NewSite(sitehlp::SITE_TYPE_HTTP));
-  Set(s->szType, L"repository");
-  s->bLocal = 1;
-  s->nOrder = -3;
-  Set(s->httpSite.szSiteElement, L"SuperAgentSite");
-  Set(s->httpSite.szName, L"SA One");
-  Set(s->httpSite.szServer, L"sa1.example");
-  s->httpSite.nPort = 8081;
-  s->httpSite.nSecurePort = 8444;
-  Set(s->httpSite.szServerName, L"SA1");
-  s->httpSite.nServerNamePort = 8082;
-  Set(s->httpSite.szServerIP, L"[::1]");
-  s->httpSite.nServerIPPort = 8083;
-  Set(s->httpSite.szVersion, L"dropped");
-  Set(s->httpSite.szRelativePath, L"Software");
-  Set(s->httpSite.szUserName, L"sauser");
-  Set(s->httpSite.szPassword, L"SuperAgent-Pa55!");
-
-  s = list.append(NewSite(sitehlp::SITE_TYPE_HTTP));
-  Set(s->szType, L"repository");
-  s->bEnabled = 2;
-  s->nOrder = 4;
-  Set(s->httpSite.szSiteElement, L"SuperAgentSite");
-  Set(s->httpSite.szName, L"SA Two");
-  Set(s->httpSite.szServer, L"sa2.example");
-  s->httpSite.nPort = 8091;
-  s->httpSite.nServerNamePort = 8092;
-  s->httpSite.nServerIPPort = 8093;
-  Set(s->httpSite.szRelativePath, L"");
-  Set(s->httpSite.szUserName, L"");
-  Set(s->httpSite.szPassword, L"");
-
-  s = list.append(NewSite(sitehlp::SITE_TYPE_FTP));
-  Set(s->szType, L"Fallback");
-  s->bEnabled = 1;
-  s->nOrder = 9;
-  Set(s->ftpSite.szName, L"Ftp Fallback");
-  Set(s->ftpSite.szServer, L"[::1]");
-  s->ftpSite.nPort = 21;
-  s->ftpSite.nSecurePort = 990;
-  Set(s->ftpSite.szRelativePath, L"pub/%%lt%%VER%%gt%%");
-  Set(s->ftpSite.szUserName, L"anonymous");
-  Set(s->ftpSite.szPassword, L"Ftp-Pa55!");
-
-  s = list.append(NewSite(sitehlp::SITE_TYPE_UNC));
-  Set(s->szType, L"Mirror");
-  s->bEnabled = 1;
-  s->bMirror = 1;
-  s->nOrder = 3;
-  Set(s->uncSite.szName, L"Unc Mirror");
-  Set(s->uncSite.szServer, L"\\\\%%lt%%SRV%%gt%%");
-  Set(s->uncSite.szShareName, L"%%lt%%share%%gt%%$");
-  Set(s->uncSite.szRelativePath, L"updates\\current");
-  s->uncSite.nUseLoggedonUserAccount = -2;
-  Set(s->uncSite.szDomainName, L"%%lt%%DOMAIN%%gt%%");
-  Set(s->uncSite.szUserName, L"uncuser");
-  Set(s->uncSite.szPassword, L"Unc-Pa55!");
-
-  s = list.append(NewSite(sitehlp::SITE_TYPE_LOCAL));
-  Set(s->szType, L"");
-  s->bEnabled = 1;
-  s->bLocal = 1;
-  s->nOrder = 7;
-  Set(s->localSite.szName, L"Local Repo");
-  Set(s->localSite.szRelativePath, L"%%lt%%INSTALLDIR%%gt%%/repo");
-  s->localSite.nUseLoggedonUserAccount = 1;
-  Set(s->localSite.szDomainName, L"LOCALDOM");
-  Set(s->localSite.szUserName, L"localuser");
-  Set(s->localSite.szPassword, L"Local-Pa55!");
-
-  s = list.append(NewSite(sitehlp::SITE_TYPE_PROXY));
-  Set(s->szType, L"dropped");
-  s->bEnabled = 1;
-  s->nOrder = 8;
-  sitehlp::tag_ProxySettings& p = s->proxySettings;
-  Set(p.szProxyKind, L"FtpHttp");
-  Set(p.szName, L"Proxy Settings");
-  p.bUseIEConfig = 1;
-  Set(p.szHttpProxyServer, L"[fe80::2]");
-  p.nHttpProxyPort = 8080;
-  Set(p.szFtpProxyServer, L"%%lt%%FTPPROXY%%gt%%");
-  p.nFtpProxyPort = 2121;
-  p.bAllowUserToConfigureProxy = 1;
-  p.bBypassLocalAddress = 3;
-  Set(p.szExclusionList, L";a.example;;%%lt%%H%%gt%%;;*.corp.example;");
-  p.nExclusionCount = 7;
-  p.bFtpUseAuth = 1;
-  p.bHttpUseAuth = 1;
-  Set(p.szHttpProxyUser, L"huser");
-  Set(p.szHttpProxyPassword, L"HttpProxy-Pa55!");
-  Set(p.szFtpProxyUser, L"fuser");
-  Set(p.szFtpProxyPassword, L"FtpProxy-Pa55!");
-  p.bAlternateFtpUseAuth = 1;
-  p.bAlternateHttpUseAuth = 1;
-  Set(p.szAlternateHttpProxyUser, L"ahuser");
-  Set(p.szAlternateHttpProxyPassword, L"AltHttpProxy-Pa55!");
-  Set(p.szAlternateFtpProxyUser, L"afuser");
-  Set(p.szAlternateFtpProxyPassword, L"AltFtpProxy-Pa55!");
+  using sitehlp::SITE_TYPE_HTTP;
+  list.append(SiteBuilder(SITE_TYPE_HTTP)
+                  .Type(L"repository").Enabled().Order(1).Element(L"HttpSite").Name(L"Http \u2603 <&> \"q\" 'a'")
+                  .Server(L"[fe80::1]", 8443).SecurePort(443).ServerName(L"NOT-WRITTEN", 1).ServerIP(L"192.0.2.99", 2)
+                  .Version(L"not written either").Path(L"%%lt%%PATH%%gt%%/Software/Current").UseAuth(1)
+                  .Account(L" user with spaces ", L"Secr3t-Pa55! <&> \"'")
+                  .Release());
+  list.append(SiteBuilder(SITE_TYPE_HTTP)
+                  .Type(L"master").Enabled().SpipeOrSuperAgent().Order(2).Element(L"SpipeSite")
+                  .Name(L"%%lt%%NAME%%gt%% stays escaped").Server(L"[2001:db8::10]", 443)
+                  .ServerName(L"%%lt%%HOSTNAME%%gt%%", 80).ServerIP(L"[fe80::1%eth0]", 8443)
+                  .Version(L"5.10.%%lt%%BUILD%%gt%%").Path(L"Software").UseAuth(-4)
+                  .Account(L"agent", L"Spipe-Pa55-\u00e9\u00df\u4e2d\U0001F511")
+                  .Release());
+  list.append(SiteBuilder(SITE_TYPE_HTTP)
+                  .Type(L"repository").Local().Order(-3).Element(L"SuperAgentSite").Name(L"SA One")
+                  .Server(L"sa1.example", 8081).SecurePort(8444).ServerName(L"SA1", 8082).ServerIP(L"[::1]", 8083)
+                  .Version(L"dropped").Path(L"Software").Account(L"sauser", L"SuperAgent-Pa55!")
+                  .Release());
+  list.append(SiteBuilder(SITE_TYPE_HTTP)
+                  .Type(L"repository").Enabled(2).Order(4).Element(L"SuperAgentSite").Name(L"SA Two")
+                  .Server(L"sa2.example", 8091).ServerName(L"", 8092).ServerIP(L"", 8093)
+                  .Release());
+  list.append(SiteBuilder(sitehlp::SITE_TYPE_FTP)
+                  .Type(L"Fallback").Enabled().Order(9).Name(L"Ftp Fallback").Server(L"[::1]", 21).SecurePort(990)
+                  .Path(L"pub/%%lt%%VER%%gt%%").Account(L"anonymous", L"Ftp-Pa55!")
+                  .Release());
+  list.append(SiteBuilder(sitehlp::SITE_TYPE_UNC)
+                  .Type(L"Mirror").Enabled().Mirror().Order(3).Name(L"Unc Mirror").Server(L"\\\\%%lt%%SRV%%gt%%")
+                  .Share(L"%%lt%%share%%gt%%$").Path(L"updates\\current").LoggedOnUser(-2)
+                  .Domain(L"%%lt%%DOMAIN%%gt%%").Account(L"uncuser", L"Unc-Pa55!")
+                  .Release());
+  list.append(SiteBuilder(sitehlp::SITE_TYPE_LOCAL)
+                  .Type(L"").Enabled().Local().Order(7).Name(L"Local Repo").Path(L"%%lt%%INSTALLDIR%%gt%%/repo")
+                  .LoggedOnUser(1).Domain(L"LOCALDOM").Account(L"localuser", L"Local-Pa55!")
+                  .Release());
+  list.append(SiteBuilder(sitehlp::SITE_TYPE_PROXY)
+                  .Type(L"dropped").Enabled().Order(8).ProxyKind(L"FtpHttp").Name(L"Proxy Settings").UseIEConfig()
+                  .HttpProxy(L"[fe80::2]", 8080).FtpProxy(L"%%lt%%FTPPROXY%%gt%%", 2121).UserMayConfigure(1)
+                  .BypassLocal(3).Exclusions(L";a.example;;%%lt%%H%%gt%%;;*.corp.example;", 7).ProxyAuth(1, 1)
+                  .HttpProxyAccount(L"huser", L"HttpProxy-Pa55!").FtpProxyAccount(L"fuser", L"FtpProxy-Pa55!")
+                  .AlternateProxyAuth(1, 1).AlternateHttpProxyAccount(L"ahuser", L"AltHttpProxy-Pa55!")
+                  .AlternateFtpProxyAccount(L"afuser", L"AltFtpProxy-Pa55!")
+                  .Release());
 }
 
 TEST_F(SiteListRoundTripTest, EveryKindWithEveryFieldSetComesBack) {
@@ -511,79 +420,44 @@ std::wstring Pattern(const wchar_t* tag, std::size_t length) {
 
 // Every text field holds capacity - 1 characters.
 void FillAtCapacity(SiteList& list) {
-  tag_Site* s = list.append(NewSite(sitehlp::SITE_TYPE_HTTP));
-  Set(s->szType, Pattern(L"type-", 259));
-  Set(s->httpSite.szSiteElement, L"SpipeSite");
-  Set(s->httpSite.szName, Pattern(L"name-", 259));
-  Set(s->httpSite.szServer, Pattern(L"server-", 259));
-  s->httpSite.nPort = 65535;
-  s->httpSite.nSecurePort = 4294967295u;
-  Set(s->httpSite.szServerName, Pattern(L"netbios-", 260));
-  s->httpSite.nServerNamePort = 1;
-  Set(s->httpSite.szServerIP, Pattern(L"ip-", 99));
-  s->httpSite.nServerIPPort = 2;
-  Set(s->httpSite.szVersion, Pattern(L"version-", 259));
-  Set(s->httpSite.szRelativePath, Pattern(L"path-", 519));
-  s->httpSite.nUseAuth = 2147483647;
-  Set(s->httpSite.szUserName, Pattern(L"user-", 259));
-  Set(s->httpSite.szPassword, Pattern(L"Pa55-", 259));
-
-  s = list.append(NewSite(sitehlp::SITE_TYPE_HTTP));
-  Set(s->szType, L"repository");
-  Set(s->httpSite.szSiteElement, L"SuperAgentSite");
-  Set(s->httpSite.szServer, Pattern(L"%%lt%%server%%gt%%-", 259));
-  Set(s->httpSite.szServerName, Pattern(L"%%lt%%netbios%%gt%%-", 260));
-  Set(s->httpSite.szServerIP, Pattern(L"%%lt%%ip%%gt%%-", 99));
-  Set(s->httpSite.szRelativePath, Pattern(L"%%lt%%path%%gt%%-", 519));
-  Set(s->httpSite.szPassword, Pattern(L"\u00e9\u4e2d-", 259));
-
-  s = list.append(NewSite(sitehlp::SITE_TYPE_FTP));
-  Set(s->szType, L"repository");
-  Set(s->ftpSite.szName, Pattern(L"ftpname-", 259));
-  Set(s->ftpSite.szServer, Pattern(L"ftpserver-", 259));
-  s->ftpSite.nPort = -1;
-  s->ftpSite.nSecurePort = 1;
-  Set(s->ftpSite.szRelativePath, Pattern(L"ftppath-", 519));
-  Set(s->ftpSite.szUserName, Pattern(L"ftpuser-", 259));
-  Set(s->ftpSite.szPassword, Pattern(L"ftppass-", 259));
-
-  s = list.append(NewSite(sitehlp::SITE_TYPE_UNC));
-  Set(s->szType, L"repository");
-  Set(s->uncSite.szName, Pattern(L"uncname-", 259));
-  Set(s->uncSite.szServer, Pattern(L"uncserver-", 259));
-  Set(s->uncSite.szRelativePath, Pattern(L"uncpath-", 519));
-  Set(s->uncSite.szDomainName, Pattern(L"uncdomain-", 259));
-  Set(s->uncSite.szUserName, Pattern(L"uncuser-", 259));
-  Set(s->uncSite.szPassword, Pattern(L"uncpass-", 259));
-  s->uncSite.nUseLoggedonUserAccount = -2147483647 - 1;
-  Set(s->uncSite.szShareName, Pattern(L"share-", 259));
-
-  s = list.append(NewSite(sitehlp::SITE_TYPE_LOCAL));
-  Set(s->szType, L"repository");
-  Set(s->localSite.szName, Pattern(L"localname-", 259));
-  Set(s->localSite.szRelativePath, Pattern(L"localpath-", 519));
-  Set(s->localSite.szDomainName, Pattern(L"localdomain-", 259));
-  Set(s->localSite.szUserName, Pattern(L"localuser-", 259));
-  Set(s->localSite.szPassword, Pattern(L"localpass-", 259));
-  s->localSite.nUseLoggedonUserAccount = 5;
-
-  s = list.append(NewSite(sitehlp::SITE_TYPE_PROXY));
-  sitehlp::tag_ProxySettings& p = s->proxySettings;
-  Set(p.szName, Pattern(L"proxyname-", 259));
-  Set(p.szHttpProxyServer, Pattern(L"httpproxy-", 259));
-  p.nHttpProxyPort = 65535;
-  Set(p.szFtpProxyServer, Pattern(L"ftpproxy-", 259));
-  p.nFtpProxyPort = 1;
+  list.append(SiteBuilder(sitehlp::SITE_TYPE_HTTP)
+                  .Type(Pattern(L"type-", 259)).Element(L"SpipeSite").Name(Pattern(L"name-", 259))
+                  .Server(Pattern(L"server-", 259), 65535).SecurePort(4294967295u)
+                  .ServerName(Pattern(L"netbios-", 260), 1).ServerIP(Pattern(L"ip-", 99), 2)
+                  .Version(Pattern(L"version-", 259)).Path(Pattern(L"path-", 519)).UseAuth(2147483647)
+                  .Account(Pattern(L"user-", 259), Pattern(L"Pa55-", 259))
+                  .Release());
+  list.append(SiteBuilder(sitehlp::SITE_TYPE_HTTP)
+                  .Type(L"repository").Element(L"SuperAgentSite").Server(Pattern(L"%%lt%%server%%gt%%-", 259), 0)
+                  .ServerName(Pattern(L"%%lt%%netbios%%gt%%-", 260), 0).ServerIP(Pattern(L"%%lt%%ip%%gt%%-", 99), 0)
+                  .Path(Pattern(L"%%lt%%path%%gt%%-", 519)).Account(L"", Pattern(L"\u00e9\u4e2d-", 259))
+                  .Release());
+  list.append(SiteBuilder(sitehlp::SITE_TYPE_FTP)
+                  .Type(L"repository").Name(Pattern(L"ftpname-", 259)).Server(Pattern(L"ftpserver-", 259), -1)
+                  .SecurePort(1).Path(Pattern(L"ftppath-", 519))
+                  .Account(Pattern(L"ftpuser-", 259), Pattern(L"ftppass-", 259))
+                  .Release());
+  list.append(SiteBuilder(sitehlp::SITE_TYPE_UNC)
+                  .Type(L"repository").Name(Pattern(L"uncname-", 259)).Server(Pattern(L"uncserver-", 259))
+                  .Path(Pattern(L"uncpath-", 519)).Domain(Pattern(L"uncdomain-", 259))
+                  .Account(Pattern(L"uncuser-", 259), Pattern(L"uncpass-", 259)).LoggedOnUser(-2147483647 - 1)
+                  .Share(Pattern(L"share-", 259))
+                  .Release());
+  list.append(SiteBuilder(sitehlp::SITE_TYPE_LOCAL)
+                  .Type(L"repository").Name(Pattern(L"localname-", 259)).Path(Pattern(L"localpath-", 519))
+                  .Domain(Pattern(L"localdomain-", 259))
+                  .Account(Pattern(L"localuser-", 259), Pattern(L"localpass-", 259)).LoggedOnUser(5)
+                  .Release());
   // 1999 + 1 + 2000 = 4000 characters: the writer cuts the last one.
-  Set(p.szExclusionList, Pattern(L"first-", 1999) + L";" + Pattern(L"second-", 2000));
-  Set(p.szHttpProxyUser, Pattern(L"hu-", 259));
-  Set(p.szHttpProxyPassword, Pattern(L"hp-", 259));
-  Set(p.szFtpProxyUser, Pattern(L"fu-", 259));
-  Set(p.szFtpProxyPassword, Pattern(L"fp-", 259));
-  Set(p.szAlternateHttpProxyUser, Pattern(L"ahu-", 259));
-  Set(p.szAlternateHttpProxyPassword, Pattern(L"ahp-", 259));
-  Set(p.szAlternateFtpProxyUser, Pattern(L"afu-", 259));
-  Set(p.szAlternateFtpProxyPassword, Pattern(L"afp-", 259));
+  list.append(SiteBuilder(sitehlp::SITE_TYPE_PROXY)
+                  .Name(Pattern(L"proxyname-", 259)).HttpProxy(Pattern(L"httpproxy-", 259), 65535)
+                  .FtpProxy(Pattern(L"ftpproxy-", 259), 1)
+                  .Exclusions(Pattern(L"first-", 1999) + L";" + Pattern(L"second-", 2000), 0)
+                  .HttpProxyAccount(Pattern(L"hu-", 259), Pattern(L"hp-", 259))
+                  .FtpProxyAccount(Pattern(L"fu-", 259), Pattern(L"fp-", 259))
+                  .AlternateHttpProxyAccount(Pattern(L"ahu-", 259), Pattern(L"ahp-", 259))
+                  .AlternateFtpProxyAccount(Pattern(L"afu-", 259), Pattern(L"afp-", 259))
+                  .Release());
 }
 
 TEST_F(SiteListRoundTripTest, TextsAtTheirCapacityComeBackWhole) {

@@ -31,6 +31,7 @@ using sitehlp::CSitesHelper;
 using sitehlp::tag_Site;
 using sitetest::NewSite;
 using sitetest::Set;
+using sitetest::SiteBuilder;
 using sitetest::SiteList;
 using testsupport::Narrow;
 using testsupport::ReadFile;
@@ -91,26 +92,12 @@ std::vector<std::string> ListDir(const std::string& dir) {
 // ---- Records used throughout ------------------------------------------------------------------
 
 tag_Site* HttpRepo() {
-  tag_Site* s = NewSite(sitehlp::SITE_TYPE_HTTP);
-  Set(s->szType, L"repository");
-  s->nOrder = 1;
-  s->bEnabled = 1;
-  Set(s->httpSite.szSiteElement, L"HttpSite");
-  Set(s->httpSite.szName, L"Http Repo");
-  Set(s->httpSite.szServer, L"http.example");
-  s->httpSite.nPort = 80;
-  s->httpSite.nSecurePort = 443;
   // An HttpSite carries neither ServerName, ServerIP nor Version.
-  Set(s->httpSite.szServerName, L"HTTPNAME");
-  s->httpSite.nServerNamePort = 81;
-  Set(s->httpSite.szServerIP, L"192.0.2.1");
-  s->httpSite.nServerIPPort = 82;
-  Set(s->httpSite.szVersion, L"9.9");
-  Set(s->httpSite.szRelativePath, L"Software/Current");
-  s->httpSite.nUseAuth = 1;
-  Set(s->httpSite.szUserName, L"webuser");
-  Set(s->httpSite.szPassword, L"Secr3t-Pa55!");
-  return s;
+  return SiteBuilder(sitehlp::SITE_TYPE_HTTP)
+      .Type(L"repository").Order(1).Enabled().Element(L"HttpSite").Name(L"Http Repo")
+      .Server(L"http.example", 80).SecurePort(443).ServerName(L"HTTPNAME", 81).ServerIP(L"192.0.2.1", 82)
+      .Version(L"9.9").Path(L"Software/Current").UseAuth(1).Account(L"webuser", L"Secr3t-Pa55!")
+      .Release();
 }
 const char kHttpRepoXml[] =
     "<HttpSite Type=\"repository\" Name=\"Http Repo\" Order=\"1\" Enabled=\"1\" Local=\"0\" SecurePort=\"443\" "
@@ -118,24 +105,11 @@ const char kHttpRepoXml[] =
     "<UserName>webuser</UserName><Password Encrypted=\"1\">*</Password></HttpSite>";
 
 tag_Site* SpipeSite() {
-  tag_Site* s = NewSite(sitehlp::SITE_TYPE_HTTP);
-  Set(s->szType, L"master");
-  s->nOrder = 2;
-  s->bEnabled = 1;
-  s->bSpipeOrSuperAgent = 1;
-  Set(s->httpSite.szSiteElement, L"SpipeSite");
-  Set(s->httpSite.szName, L"Management");
-  Set(s->httpSite.szServer, L"mgmt.example");
-  s->httpSite.nPort = 443;
-  Set(s->httpSite.szServerName, L"MGMTSRV");
-  s->httpSite.nServerNamePort = 80;
-  Set(s->httpSite.szServerIP, L"192.0.2.10");
-  s->httpSite.nServerIPPort = 8443;
-  Set(s->httpSite.szVersion, L"5.10.0");
-  Set(s->httpSite.szRelativePath, L"Software");
-  Set(s->httpSite.szUserName, L"agent");
-  Set(s->httpSite.szPassword, L"Spipe-Pa55!");
-  return s;
+  return SiteBuilder(sitehlp::SITE_TYPE_HTTP)
+      .Type(L"master").Order(2).Enabled().SpipeOrSuperAgent().Element(L"SpipeSite").Name(L"Management")
+      .Server(L"mgmt.example", 443).ServerName(L"MGMTSRV", 80).ServerIP(L"192.0.2.10", 8443).Version(L"5.10.0")
+      .Path(L"Software").Account(L"agent", L"Spipe-Pa55!")
+      .Release();
 }
 const char kSpipeXml[] =
     "<SpipeSite Type=\"master\" Name=\"Management\" Order=\"2\" Enabled=\"1\" Local=\"0\" Server=\"mgmt.example:443\" "
@@ -143,26 +117,12 @@ const char kSpipeXml[] =
     "<UseAuth>0</UseAuth><UserName>agent</UserName><Password Encrypted=\"1\">*</Password></SpipeSite>";
 
 tag_Site* SuperAgentWithNames() {
-  tag_Site* s = NewSite(sitehlp::SITE_TYPE_HTTP);
-  Set(s->szType, L"repository");
-  s->nOrder = 3;
-  s->bLocal = 1;
-  s->bSpipeOrSuperAgent = 1;
-  Set(s->httpSite.szSiteElement, L"SuperAgentSite");
-  Set(s->httpSite.szName, L"SA One");
-  Set(s->httpSite.szServer, L"sa1.example");
-  s->httpSite.nPort = 8081;
-  s->httpSite.nSecurePort = 8444;
-  Set(s->httpSite.szServerName, L"SA1");
-  s->httpSite.nServerNamePort = 8082;
-  Set(s->httpSite.szServerIP, L"192.0.2.21");
-  s->httpSite.nServerIPPort = 8083;
-  Set(s->httpSite.szVersion, L"1.0");  // a SuperAgentSite carries no Version
-  Set(s->httpSite.szRelativePath, L"Software");
-  s->httpSite.nUseAuth = 0;
-  Set(s->httpSite.szUserName, L"sauser");
-  Set(s->httpSite.szPassword, L"SuperAgent-Pa55!");
-  return s;
+  // A SuperAgentSite carries no Version.
+  return SiteBuilder(sitehlp::SITE_TYPE_HTTP)
+      .Type(L"repository").Order(3).Local().SpipeOrSuperAgent().Element(L"SuperAgentSite").Name(L"SA One")
+      .Server(L"sa1.example", 8081).SecurePort(8444).ServerName(L"SA1", 8082).ServerIP(L"192.0.2.21", 8083)
+      .Version(L"1.0").Path(L"Software").UseAuth(0).Account(L"sauser", L"SuperAgent-Pa55!")
+      .Release();
 }
 const char kSuperAgentWithNamesXml[] =
     "<SuperAgentSite Type=\"repository\" Name=\"SA One\" Order=\"3\" Enabled=\"0\" Local=\"1\" SecurePort=\"8444\" "
@@ -171,22 +131,12 @@ const char kSuperAgentWithNamesXml[] =
     "</SuperAgentSite>";
 
 tag_Site* SuperAgentWithoutNames() {
-  tag_Site* s = NewSite(sitehlp::SITE_TYPE_HTTP);
-  Set(s->szType, L"repository");
-  s->nOrder = 4;
-  s->bEnabled = 1;
-  s->bSpipeOrSuperAgent = 1;
-  Set(s->httpSite.szSiteElement, L"SuperAgentSite");
-  Set(s->httpSite.szName, L"SA Two");
-  Set(s->httpSite.szServer, L"sa2.example");
-  s->httpSite.nPort = 8091;
-  s->httpSite.nServerNamePort = 8092;  // no name: nothing is written
-  s->httpSite.nServerIPPort = 8093;    // no address: nothing is written
-  Set(s->httpSite.szRelativePath, L"Software");
-  s->httpSite.nUseAuth = 2;
-  Set(s->httpSite.szUserName, L"sauser2");
-  Set(s->httpSite.szPassword, L"SuperAgent2-Pa55!");
-  return s;
+  // No name and no address: neither is written, whatever their ports.
+  return SiteBuilder(sitehlp::SITE_TYPE_HTTP)
+      .Type(L"repository").Order(4).Enabled().SpipeOrSuperAgent().Element(L"SuperAgentSite").Name(L"SA Two")
+      .Server(L"sa2.example", 8091).ServerName(L"", 8092).ServerIP(L"", 8093)
+      .Path(L"Software").UseAuth(2).Account(L"sauser2", L"SuperAgent2-Pa55!")
+      .Release();
 }
 const char kSuperAgentWithoutNamesXml[] =
     "<SuperAgentSite Type=\"repository\" Name=\"SA Two\" Order=\"4\" Enabled=\"1\" Local=\"0\" "
@@ -194,18 +144,10 @@ const char kSuperAgentWithoutNamesXml[] =
     "</UserName><Password Encrypted=\"1\">*</Password></SuperAgentSite>";
 
 tag_Site* FtpFallback() {
-  tag_Site* s = NewSite(sitehlp::SITE_TYPE_FTP);
-  Set(s->szType, L"fallback");
-  s->nOrder = 5;
-  s->bEnabled = 1;
-  Set(s->ftpSite.szName, L"Ftp Fallback");
-  Set(s->ftpSite.szServer, L"ftp.example");
-  s->ftpSite.nPort = 21;
-  s->ftpSite.nSecurePort = 990;
-  Set(s->ftpSite.szRelativePath, L"pub/updates");
-  Set(s->ftpSite.szUserName, L"anonymous");
-  Set(s->ftpSite.szPassword, L"Ftp-Pa55!");
-  return s;
+  return SiteBuilder(sitehlp::SITE_TYPE_FTP)
+      .Type(L"fallback").Order(5).Enabled().Name(L"Ftp Fallback").Server(L"ftp.example", 21).SecurePort(990)
+      .Path(L"pub/updates").Account(L"anonymous", L"Ftp-Pa55!")
+      .Release();
 }
 const char kFtpFallbackXml[] =
     "<FTPSite Type=\"fallback\" Name=\"Ftp Fallback\" Order=\"5\" Server=\"ftp.example:21\" Enabled=\"1\" "
@@ -213,20 +155,10 @@ const char kFtpFallbackXml[] =
     "<Password Encrypted=\"1\">*</Password></FTPSite>";
 
 tag_Site* UncRepo() {
-  tag_Site* s = NewSite(sitehlp::SITE_TYPE_UNC);
-  Set(s->szType, L"remediation");
-  s->nOrder = 6;
-  s->bEnabled = 1;
-  s->bLocal = 1;
-  Set(s->uncSite.szName, L"Unc Repo");
-  Set(s->uncSite.szServer, L"fileserver.example");
-  Set(s->uncSite.szShareName, L"repo$");
-  Set(s->uncSite.szRelativePath, L"updates\\current");
-  s->uncSite.nUseLoggedonUserAccount = 1;
-  Set(s->uncSite.szDomainName, L"CORP");
-  Set(s->uncSite.szUserName, L"uncuser");
-  Set(s->uncSite.szPassword, L"Unc-Pa55!");
-  return s;
+  return SiteBuilder(sitehlp::SITE_TYPE_UNC)
+      .Type(L"remediation").Order(6).Enabled().Local().Name(L"Unc Repo").Server(L"fileserver.example")
+      .Share(L"repo$").Path(L"updates\\current").LoggedOnUser(1).Domain(L"CORP").Account(L"uncuser", L"Unc-Pa55!")
+      .Release();
 }
 const char kUncRepoXml[] =
     "<UNCSite Type=\"remediation\" Name=\"Unc Repo\" Order=\"6\" Server=\"fileserver.example\" Enabled=\"1\" "
@@ -235,18 +167,10 @@ const char kUncRepoXml[] =
     "<Password Encrypted=\"1\">*</Password></UNCSite>";
 
 tag_Site* LocalRepo() {
-  tag_Site* s = NewSite(sitehlp::SITE_TYPE_LOCAL);
-  Set(s->szType, L"repository");
-  s->nOrder = 7;
-  s->bEnabled = 1;
-  s->bLocal = 1;
-  Set(s->localSite.szName, L"Local Repo");
-  Set(s->localSite.szRelativePath, L"/var/repo");
-  s->localSite.nUseLoggedonUserAccount = 0;
-  Set(s->localSite.szDomainName, L"LOCALDOM");
-  Set(s->localSite.szUserName, L"localuser");
-  Set(s->localSite.szPassword, L"Local-Pa55!");
-  return s;
+  return SiteBuilder(sitehlp::SITE_TYPE_LOCAL)
+      .Type(L"repository").Order(7).Enabled().Local().Name(L"Local Repo").Path(L"/var/repo").LoggedOnUser(0)
+      .Domain(L"LOCALDOM").Account(L"localuser", L"Local-Pa55!")
+      .Release();
 }
 const char kLocalRepoXml[] =
     "<LocalSite Type=\"repository\" Name=\"Local Repo\" Order=\"7\" Enabled=\"1\" Local=\"1\" Server=\"127.0.0.1\">"
@@ -254,36 +178,15 @@ const char kLocalRepoXml[] =
     "</DomainName><UserName>localuser</UserName><Password Encrypted=\"1\">*</Password></LocalSite>";
 
 tag_Site* FullProxy() {
-  tag_Site* s = NewSite(sitehlp::SITE_TYPE_PROXY);
   // The header of a proxy record is not written.
-  Set(s->szType, L"repository");
-  s->nOrder = 8;
-  s->bEnabled = 1;
-  sitehlp::tag_ProxySettings& p = s->proxySettings;
-  Set(p.szProxyKind, L"FtpHttp");
-  Set(p.szName, L"Proxy Settings");
-  p.bUseIEConfig = 1;
-  Set(p.szHttpProxyServer, L"proxy.example");
-  p.nHttpProxyPort = 8080;
-  Set(p.szFtpProxyServer, L"ftpproxy.example");
-  p.nFtpProxyPort = 2121;
-  p.bAllowUserToConfigureProxy = 1;
-  p.bBypassLocalAddress = 0;
-  Set(p.szExclusionList, L"intranet.example;*.corp.example");
-  p.nExclusionCount = 2;
-  p.bFtpUseAuth = 1;
-  p.bHttpUseAuth = 1;
-  Set(p.szHttpProxyUser, L"huser");
-  Set(p.szHttpProxyPassword, L"HttpProxy-Pa55!");
-  Set(p.szFtpProxyUser, L"fuser");
-  Set(p.szFtpProxyPassword, L"FtpProxy-Pa55!");
-  p.bAlternateFtpUseAuth = 0;
-  p.bAlternateHttpUseAuth = 1;
-  Set(p.szAlternateHttpProxyUser, L"ahuser");
-  Set(p.szAlternateHttpProxyPassword, L"AltHttpProxy-Pa55!");
-  Set(p.szAlternateFtpProxyUser, L"afuser");
-  Set(p.szAlternateFtpProxyPassword, L"AltFtpProxy-Pa55!");
-  return s;
+  return SiteBuilder(sitehlp::SITE_TYPE_PROXY)
+      .Type(L"repository").Order(8).Enabled().ProxyKind(L"FtpHttp").Name(L"Proxy Settings").UseIEConfig()
+      .HttpProxy(L"proxy.example", 8080).FtpProxy(L"ftpproxy.example", 2121).UserMayConfigure(1).BypassLocal(0)
+      .Exclusions(L"intranet.example;*.corp.example", 2).ProxyAuth(1, 1)
+      .HttpProxyAccount(L"huser", L"HttpProxy-Pa55!").FtpProxyAccount(L"fuser", L"FtpProxy-Pa55!")
+      .AlternateProxyAuth(0, 1).AlternateHttpProxyAccount(L"ahuser", L"AltHttpProxy-Pa55!")
+      .AlternateFtpProxyAccount(L"afuser", L"AltFtpProxy-Pa55!")
+      .Release();
 }
 const char kFullProxyXml[] =
     "<ProxyConfigList><ProxyConfig Name=\"Proxy Settings\" UseIEConfig=\"1\" Local=\"1\" "
@@ -301,10 +204,7 @@ const char kFullProxyXml[] =
 // A proxy record with only the fields a test names; the rest of its document
 // text is this fixed tail.
 tag_Site* BareProxy(const std::wstring& exclusions) {
-  tag_Site* s = NewSite(sitehlp::SITE_TYPE_PROXY);
-  Set(s->proxySettings.szName, L"P");
-  Set(s->proxySettings.szExclusionList, exclusions);
-  return s;
+  return SiteBuilder(sitehlp::SITE_TYPE_PROXY).Name(L"P").Exclusions(exclusions, 0).Release();
 }
 const char kBareProxyTail[] =
     "<FtpUseAuth>0</FtpUseAuth><HttpUseAuth>0</HttpUseAuth><HttpProxyUser></HttpProxyUser>"
