@@ -11,6 +11,7 @@
 
 #include "port/config/IConfiguration.h"
 #include "port/xml/AdvXMLParser.h"
+#include "support/SiteRecordBuilder.h"
 #include "xmlschema/sitelist.h"
 
 namespace workload {
@@ -36,82 +37,39 @@ DataDir::DataDir() {
 
 DataDir::~DataDir() { port::ResetConfigValues(); }
 
-namespace {
-
-template <std::size_t N>
-void Set(wchar_t (&field)[N], const std::wstring& text) {
-  if (text.size() >= N) throw std::length_error("text does not fit the field");
-  std::wmemset(field, 0, N);
-  std::wmemcpy(field, text.data(), text.size());
-}
-
-tag_Site* NewSite(int kind, const wchar_t* type, int order) {
-  tag_Site* site = static_cast<tag_Site*>(std::calloc(1, sizeof(tag_Site)));
-  if (!site) throw std::bad_alloc();
-  site->nSiteType = kind;
-  site->bEnabled = 1;
-  site->nOrder = order;
-  Set(site->szType, type);
-  return site;
-}
-
-}  // namespace
-
 tag_Site* BuildList(int variant, bool withPasswords) {
+  using sitesample::SiteBuilder;
   const std::wstring v = std::to_wstring(variant);
   const std::wstring password = withPasswords ? L"pw-" + v : L"";
 
-  tag_Site* spipe = NewSite(sitehlp::SITE_TYPE_HTTP, L"master", 1);
-  spipe->bSpipeOrSuperAgent = 1;
-  Set(spipe->httpSite.szSiteElement, L"SpipeSite");
-  Set(spipe->httpSite.szName, L"Vantor_MasterSite");
-  Set(spipe->httpSite.szServer, L"mgmt" + v + L".corp.example");
-  Set(spipe->httpSite.szServerIP, L"192.0.2." + std::to_wstring(variant % 250 + 1));
-  Set(spipe->httpSite.szServerName, L"MGMT" + v);
-  Set(spipe->httpSite.szRelativePath, L"Software");
-  Set(spipe->httpSite.szVersion, L"5.10." + v);
-  spipe->httpSite.nPort = spipe->httpSite.nServerIPPort = spipe->httpSite.nServerNamePort = 80;
-  spipe->httpSite.nSecurePort = 443;
-
-  tag_Site* http = NewSite(sitehlp::SITE_TYPE_HTTP, L"repository", 3);
-  Set(http->httpSite.szSiteElement, L"HttpSite");
-  Set(http->httpSite.szName, L"VendorHttp");
-  Set(http->httpSite.szServer, L"update.vlm.example");
-  http->httpSite.nPort = 80;
-  Set(http->httpSite.szRelativePath, L"Updates/" + v);
-  Set(http->httpSite.szUserName, L"reader" + v);
-  Set(http->httpSite.szPassword, password);
-
-  tag_Site* ftp = NewSite(sitehlp::SITE_TYPE_FTP, L"repository", 2);
-  Set(ftp->ftpSite.szName, L"VendorFtp");
-  Set(ftp->ftpSite.szServer, L"ftp.vlm.example");
-  ftp->ftpSite.nPort = 21;
-  Set(ftp->ftpSite.szRelativePath, L"Updates");
-  Set(ftp->ftpSite.szUserName, L"anonymous");
-  Set(ftp->ftpSite.szPassword, password);
-
-  tag_Site* unc = NewSite(sitehlp::SITE_TYPE_UNC, L"repository", 4);
-  unc->bLocal = 1;
-  Set(unc->uncSite.szName, L"BranchShare" + v);
-  Set(unc->uncSite.szServer, L"fileserver.corp.example");
-  Set(unc->uncSite.szShareName, L"updates");
-  Set(unc->uncSite.szRelativePath, L"agent");
-  Set(unc->uncSite.szDomainName, L"CORP");
-  Set(unc->uncSite.szUserName, L"svc");
-  Set(unc->uncSite.szPassword, password);
-
-  tag_Site* local = NewSite(sitehlp::SITE_TYPE_LOCAL, L"fallback", 0);
-  local->bLocal = 1;
-  Set(local->localSite.szName, L"LocalCache");
-  Set(local->localSite.szRelativePath, L"/var/cache/vlm/" + v);
-
-  tag_Site* proxy = NewSite(sitehlp::SITE_TYPE_PROXY, L"", 0);
-  Set(proxy->proxySettings.szName, L"CorpProxy");
-  Set(proxy->proxySettings.szHttpProxyServer, L"proxy.corp.example");
-  proxy->proxySettings.nHttpProxyPort = 3128;
-  Set(proxy->proxySettings.szExclusionList, L"mgmt.corp.example;host" + v + L".corp.example");
-  Set(proxy->proxySettings.szHttpProxyUser, L"proxyuser");
-  Set(proxy->proxySettings.szHttpProxyPassword, password);
+  tag_Site* spipe = SiteBuilder(sitehlp::SITE_TYPE_HTTP)
+                        .Type(L"master").Order(1).Enabled().SpipeOrSuperAgent().Element(L"SpipeSite")
+                        .Name(L"Vantor_MasterSite").Server(L"mgmt" + v + L".corp.example", 80)
+                        .ServerIP(L"192.0.2." + std::to_wstring(variant % 250 + 1), 80).ServerName(L"MGMT" + v, 80)
+                        .Path(L"Software").Version(L"5.10." + v).SecurePort(443)
+                        .Release();
+  tag_Site* http = SiteBuilder(sitehlp::SITE_TYPE_HTTP)
+                       .Type(L"repository").Order(3).Enabled().Element(L"HttpSite").Name(L"VendorHttp")
+                       .Server(L"update.vlm.example", 80).Path(L"Updates/" + v).Account(L"reader" + v, password)
+                       .Release();
+  tag_Site* ftp = SiteBuilder(sitehlp::SITE_TYPE_FTP)
+                      .Type(L"repository").Order(2).Enabled().Name(L"VendorFtp").Server(L"ftp.vlm.example", 21)
+                      .Path(L"Updates").Account(L"anonymous", password)
+                      .Release();
+  tag_Site* unc = SiteBuilder(sitehlp::SITE_TYPE_UNC)
+                      .Type(L"repository").Order(4).Enabled().Local().Name(L"BranchShare" + v)
+                      .Server(L"fileserver.corp.example").Share(L"updates").Path(L"agent").Domain(L"CORP")
+                      .Account(L"svc", password)
+                      .Release();
+  tag_Site* local = SiteBuilder(sitehlp::SITE_TYPE_LOCAL)
+                        .Type(L"fallback").Order(0).Enabled().Local().Name(L"LocalCache")
+                        .Path(L"/var/cache/vlm/" + v)
+                        .Release();
+  tag_Site* proxy = SiteBuilder(sitehlp::SITE_TYPE_PROXY)
+                        .Type(L"").Order(0).Enabled().Name(L"CorpProxy").HttpProxy(L"proxy.corp.example", 3128)
+                        .Exclusions(L"mgmt.corp.example;host" + v + L".corp.example", 0)
+                        .HttpProxyAccount(L"proxyuser", password)
+                        .Release();
 
   spipe->pNext = http;
   http->pNext = ftp;
