@@ -9,7 +9,6 @@ namespace {
 bool NoFault(AllocationUse) { return false; }
 
 AllocationFault g_fault = &NoFault;
-RecordAllocator g_recordAllocator = &CallocRecord;
 
 }  // namespace
 
@@ -26,16 +25,8 @@ void* AllocateZeroed(AllocationUse use, std::size_t size) {
   return std::calloc(1, size);
 }
 
-tag_Site* CallocRecord() {
+tag_Site* AllocateRecord() {
   return static_cast<tag_Site*>(AllocateZeroed(AllocationUse::MergedRecord, sizeof(tag_Site)));
-}
-
-tag_Site* AllocateRecord() { return g_recordAllocator(); }
-
-RecordAllocator SetRecordAllocator(RecordAllocator allocator) {
-  const RecordAllocator previous = g_recordAllocator;
-  g_recordAllocator = allocator ? allocator : &CallocRecord;
-  return previous;
 }
 
 }  // namespace sitehlp

@@ -2,8 +2,8 @@
 // bodies and the writer's document. Internal to the library.
 //
 // Every such allocation asks one replaceable hook first, so that the tests
-// can make the n-th allocation of one use fail and check that the operation
-// reports it and that no path leaks or frees a record twice.
+// can count the allocations of one use, make the n-th fail, and check that
+// the operation reports it and that no path leaks or frees a record twice.
 #ifndef VLM_SITEHLP_ALLOCATION_H
 #define VLM_SITEHLP_ALLOCATION_H
 
@@ -35,19 +35,9 @@ bool AllocationFails(AllocationUse use);
 // size zero-filled bytes for use, or NULL; release with free().
 void* AllocateZeroed(AllocationUse use, std::size_t size);
 
-// The merge's records. They go through an allocator of their own, replaceable
-// as a whole, so that the merge's tests can count them.
-using RecordAllocator = tag_Site* (*)();
-
-// The default allocator: a whole zero-filled record for MergedRecord.
-tag_Site* CallocRecord();
-
-// A new record from the current allocator; release it with free().
+// A whole zero-filled record for merging and the management server endpoint
+// (MergedRecord), or NULL; release it with free().
 tag_Site* AllocateRecord();
-
-// Installs allocator (NULL restores CallocRecord) and returns the previous
-// one. Not thread-safe, as SetAllocationFault.
-RecordAllocator SetRecordAllocator(RecordAllocator allocator);
 
 }  // namespace sitehlp
 

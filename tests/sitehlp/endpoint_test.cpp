@@ -21,21 +21,10 @@
 
 #include "port/fs/SysCalls.h"
 #include "port/log/Log.h"
-#include "sitehlp/Allocation.h"
+#include "sitehlp/AllocationTestUtil.h"
 #include "sitehlp/SiteRecordTestUtil.h"
 #include "sitehlp/SitesHelper.h"
 #include "support/TestSupport.h"
-
-#if defined(__SANITIZE_ADDRESS__)
-#define VLM_HAS_LSAN 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define VLM_HAS_LSAN 1
-#endif
-#endif
-#ifdef VLM_HAS_LSAN
-#include <sanitizer/lsan_interface.h>
-#endif
 
 namespace {
 
@@ -50,33 +39,9 @@ using testsupport::Narrow;
 using testsupport::ReadFile;
 using testsupport::Wide;
 using Texts = std::vector<std::wstring>;
+using sitetest::AllocationControl;
+using sitetest::ExpectNoLeak;
 
-void ExpectNoLeak() {
-#ifdef VLM_HAS_LSAN
-  EXPECT_EQ(__lsan_do_recoverable_leak_check(), 0) << "records leaked";
-#endif
-}
-
-// Makes the allocation of the merge's records with a chosen index fail.
-class FailingAllocation {
- public:
-  explicit FailingAllocation(int failAt) {
-    s_failAt = failAt;
-    s_count = 0;
-    m_previous = sitehlp::SetRecordAllocator(&Allocate);
-  }
-  ~FailingAllocation() { sitehlp::SetRecordAllocator(m_previous); }
-  FailingAllocation(const FailingAllocation&) = delete;
-  FailingAllocation& operator=(const FailingAllocation&) = delete;
-
- private:
-  static tag_Site* Allocate() { return s_count++ == s_failAt ? nullptr : sitehlp::CallocRecord(); }
-  static int s_failAt;
-  static int s_count;
-  sitehlp::RecordAllocator m_previous;
-};
-int FailingAllocation::s_failAt = -1;
-int FailingAllocation::s_count = 0;
 
 // ---- documents ---------------------------------------------------------------------------------
 
@@ -381,7 +346,7 @@ TEST_F(EndpointTest, TheNewRecordNotAllocatedIsMinusThreeWithTheReadsCodeLogged)
   const std::string document = ReadFile(m_path);
   testsupport::CapturingLogSink sink;
   {
-    FailingAllocation failing(0);
+    AllocationControl failing(AllocationControl::Once, 0);
     EXPECT_EQ(m_helper.SetSpipeSiteForUpdSite(80, L"192.0.2.1", L"m.corp.example", L"M"), -3);
   }
   EXPECT_EQ(sink.messages(port::LogLevel::Error), Texts{L"Can't allocate memory  hr=0"});
@@ -394,7 +359,7 @@ TEST_F(EndpointTest, AFailedMergeIsLoggedAndNothingIsWritten) {
   const std::string document = ReadFile(m_path);
   testsupport::CapturingLogSink sink;
   {
-    FailingAllocation failing(2);  // the new record, the first copy, then the second copy fails
+    AllocationControl failing(AllocationControl::Once, 2);  // the new record, the first copy, then the second copy fails
     EXPECT_EQ(m_helper.SetSpipeSiteForUpdSite(80, L"192.0.2.1", L"m.corp.example", L"M"), -3);
   }
   EXPECT_EQ(sink.messages(port::LogLevel::Error),
@@ -582,7 +547,7 @@ TEST_F(EndpointTest, ServerInfoOutOfMemoryIsMinusThreeWithOutputsUntouched) {
             SpipeXml("S2", 2, "Enabled=\"1\" Server=\"t.corp.example:80\""));
   ServerInfo info;
   {
-    FailingAllocation failing(1);
+    AllocationControl failing(AllocationControl::Once, 1);
     EXPECT_EQ(Info(info, true), -3);
   }
   EXPECT_TRUE(info.untouched());

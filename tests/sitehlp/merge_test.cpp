@@ -14,26 +14,17 @@
 #include <wchar.h>
 
 #include "port/log/Log.h"
-#include "sitehlp/Allocation.h"
+#include "sitehlp/AllocationTestUtil.h"
 #include "sitehlp/SiteRecordTestUtil.h"
 #include "sitehlp/SitesHelper.h"
 #include "support/TestSupport.h"
-
-#if defined(__SANITIZE_ADDRESS__)
-#define VLM_HAS_LSAN 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define VLM_HAS_LSAN 1
-#endif
-#endif
-#ifdef VLM_HAS_LSAN
-#include <sanitizer/lsan_interface.h>
-#endif
 
 namespace {
 
 using sitehlp::CSitesHelper;
 using sitehlp::tag_Site;
+using sitetest::AllocationControl;
+using sitetest::ExpectNoLeak;
 using sitetest::ListsEqual;
 using sitetest::NewSite;
 using sitetest::RecordsEqual;
@@ -159,44 +150,6 @@ using Names_t = std::vector<std::wstring>;
   return ::testing::AssertionSuccess();
 }
 
-// ---- allocation control ------------------------------------------------------------------------
-
-// Counts the records allocated through the merge's allocator and makes the
-// allocation with a chosen index fail (once, or from there on).
-class AllocationControl {
- public:
-  enum Mode { Never, Once, FromThereOn };
-  AllocationControl(Mode mode = Never, int failAt = -1) {
-    s_mode = mode;
-    s_failAt = failAt;
-    s_count = 0;
-    m_previous = sitehlp::SetRecordAllocator(&Allocate);
-  }
-  ~AllocationControl() { sitehlp::SetRecordAllocator(m_previous); }
-  AllocationControl(const AllocationControl&) = delete;
-  AllocationControl& operator=(const AllocationControl&) = delete;
-  static int count() { return s_count; }
-
- private:
-  static tag_Site* Allocate() {
-    const int index = s_count++;
-    if ((s_mode == Once && index == s_failAt) || (s_mode == FromThereOn && index >= s_failAt)) return nullptr;
-    return sitehlp::CallocRecord();
-  }
-  static Mode s_mode;
-  static int s_failAt;
-  static int s_count;
-  sitehlp::RecordAllocator m_previous;
-};
-AllocationControl::Mode AllocationControl::s_mode = AllocationControl::Never;
-int AllocationControl::s_failAt = -1;
-int AllocationControl::s_count = 0;
-
-void ExpectNoLeak() {
-#ifdef VLM_HAS_LSAN
-  EXPECT_EQ(__lsan_do_recoverable_leak_check(), 0) << "records leaked";
-#endif
-}
 
 // ---- the agent's own list on disk ---------------------------------------------------------------
 

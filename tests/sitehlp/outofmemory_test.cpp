@@ -15,60 +15,29 @@
 #include "port/lock/InterProcessLock.h"
 #include "port/log/Log.h"
 #include "port/xml/AdvXMLParser.h"
-#include "sitehlp/Allocation.h"
+#include "sitehlp/AllocationTestUtil.h"
 #include "sitehlp/SiteRecordTestUtil.h"
 #include "sitehlp/SitesHelper.h"
 #include "support/TestSupport.h"
-
-#if defined(__SANITIZE_ADDRESS__)
-#define VLM_HAS_LSAN 1
-#endif
-#ifdef VLM_HAS_LSAN
-#include <sanitizer/lsan_interface.h>
-#endif
 
 namespace {
 
 using sitehlp::AllocationUse;
 using sitehlp::CSitesHelper;
 using sitehlp::tag_Site;
+using sitetest::ExpectNoLeak;
 using sitetest::SiteList;
 using testsupport::FileExists;
 using testsupport::ReadFile;
 using testsupport::Wide;
 using testsupport::WriteFile;
 
-void ExpectNoLeak() {
-#ifdef VLM_HAS_LSAN
-  EXPECT_EQ(__lsan_do_recoverable_leak_check(), 0) << "memory leaked";
-#endif
-}
-
-// Makes the allocation of one use with a chosen index fail (counted from 0),
-// and counts that use's allocations.
-class FailingAllocation {
+// Makes the allocation of one use with a chosen index fail, and counts that
+// use's allocations.
+class FailingAllocation : public sitetest::AllocationControl {
  public:
-  FailingAllocation(AllocationUse use, int failAt) {
-    s_use = use;
-    s_failAt = failAt;
-    s_count = 0;
-    m_previous = sitehlp::SetAllocationFault(&Fails);
-  }
-  ~FailingAllocation() { sitehlp::SetAllocationFault(m_previous); }
-  FailingAllocation(const FailingAllocation&) = delete;
-  FailingAllocation& operator=(const FailingAllocation&) = delete;
-  static int count() { return s_count; }
-
- private:
-  static bool Fails(AllocationUse use) { return use == s_use && s_count++ == s_failAt; }
-  static AllocationUse s_use;
-  static int s_failAt;
-  static int s_count;
-  sitehlp::AllocationFault m_previous;
+  FailingAllocation(AllocationUse use, int failAt) : AllocationControl(Once, failAt, use) {}
 };
-AllocationUse FailingAllocation::s_use = AllocationUse::ReadRecord;
-int FailingAllocation::s_failAt = -1;
-int FailingAllocation::s_count = 0;
 
 const char kDecl[] = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>";
 
