@@ -53,6 +53,8 @@ class EditableList {
 
   sitehlp::CSitesHelper& Helper() { return *m_helper; }
   const std::string& ShownFile() const { return m_shownFile; }
+  // The list's CA certificates, as read.
+  const std::vector<std::wstring>& Certificates() const { return m_certificates; }
   // The sites (every record but proxy configurations), in list order.
   std::vector<sitehlp::tag_Site*> Sites() const;
   std::vector<sitehlp::tag_Site*> Proxies() const;

@@ -54,10 +54,14 @@ std::string Hex(const unsigned char* bytes, unsigned int size) {
 
 }  // namespace
 
+std::optional<std::vector<unsigned char>> CertificateDer(const std::string& text) {
+  return Base64Decoded(Body(Trimmed(text)));
+}
+
 std::string CertificateFingerprint(const std::string& text) {
   const std::string trimmed = Trimmed(text);
   std::vector<unsigned char> bytes(trimmed.begin(), trimmed.end());
-  if (auto der = Base64Decoded(Body(trimmed))) bytes = std::move(*der);
+  if (auto der = CertificateDer(trimmed)) bytes = std::move(*der);
   unsigned char digest[EVP_MAX_MD_SIZE];
   unsigned int size = 0;
   EVP_Digest(bytes.data(), bytes.size(), digest, &size, EVP_sha256(), nullptr);

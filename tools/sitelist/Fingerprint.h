@@ -1,8 +1,10 @@
-// SHA-256 fingerprints of the CA certificates a site list carries.
+// The CA certificates a site list carries: their bytes and SHA-256 fingerprints.
 #ifndef VLM_TOOLS_SITELIST_FINGERPRINT_H
 #define VLM_TOOLS_SITELIST_FINGERPRINT_H
 
+#include <optional>
 #include <string>
+#include <vector>
 
 namespace sitelist {
 
@@ -11,6 +13,10 @@ namespace sitelist {
 // or bare base64; text that is neither is fingerprinted as it stands, without
 // its surrounding white space.
 std::string CertificateFingerprint(const std::string& text);
+
+// The certificate's DER bytes, from PEM or bare base64 text; nothing for text
+// that is neither.
+std::optional<std::vector<unsigned char>> CertificateDer(const std::string& text);
 
 }  // namespace sitelist
 

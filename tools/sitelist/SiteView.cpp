@@ -17,6 +17,11 @@ std::string ProxyServer(const sitehlp::tag_ProxySettings& p) {
 
 }  // namespace
 
+bool TriedBefore(int a, int b) {
+  if ((a == 0) != (b == 0)) return b == 0;
+  return a < b;
+}
+
 SiteView ViewOf(const sitehlp::tag_Site& site) {
   SiteView v;
   v.type = Narrow(site.szType);

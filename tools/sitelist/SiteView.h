@@ -23,6 +23,10 @@ struct SiteView {
 
 SiteView ViewOf(const sitehlp::tag_Site& site);
 
+// Whether the agent tries a site of order a before one of order b: by order,
+// those without one (order 0: the fallback site, mirrors, the proxy) last.
+bool TriedBefore(int a, int b);
+
 }  // namespace sitelist
 
 #endif  // VLM_TOOLS_SITELIST_SITEVIEW_H

@@ -25,16 +25,13 @@ struct ShowOptions {
 std::string OrDash(const std::string& text) { return text.empty() ? "-" : text; }
 const char* YesNo(bool value) { return value ? "yes" : "no"; }
 
-// The sites as the agent tries them: by order, those without one (order 0:
-// the fallback site, mirrors, the proxy) last, each group in document order.
+// The sites as the agent tries them; sites of one order keep document order.
 std::vector<const SiteView*> Ordered(const ListState& s, bool fileOrder) {
   std::vector<const SiteView*> views;
   for (const SiteRecord& r : s.sites) views.push_back(&r.view);
   if (!fileOrder)
-    std::stable_sort(views.begin(), views.end(), [](const SiteView* a, const SiteView* b) {
-      if ((a->order == 0) != (b->order == 0)) return b->order == 0;
-      return a->order < b->order;
-    });
+    std::stable_sort(views.begin(), views.end(),
+                     [](const SiteView* a, const SiteView* b) { return TriedBefore(a->order, b->order); });
   return views;
 }
 
