@@ -47,7 +47,9 @@ done
   fail "libvlmcmnlib-dev depends on: $(dpkg-deb -f "$dev_deb" Depends)"
 tool_depends=$(dpkg-deb -f "$tool_deb" Depends)
 [[ $tool_depends == "libvlmcmnlib4 (>= $version), libc6 (>= "* ]] || fail "sitelist depends on: $tool_depends"
-# The tool hashes certificates with libcrypto itself; Boost is the library's alone.
+# The tool hashes certificates with libcrypto itself and checks sites with
+# libcurl; Boost is the library's alone.
+[[ $tool_depends == *'libcurl4 (>= '* ]] || fail "sitelist does not depend on libcurl4: $tool_depends"
 [[ $tool_depends != *boost* ]] || fail "sitelist depends on the library's own dependencies"
 dpkg-deb -e "$lib_deb" "$work/control"
 [ "$(cat "$work/control/shlibs")" = "libvlmCmnLib 4 libvlmcmnlib4 (>= $version)" ] ||
