@@ -39,16 +39,17 @@ class CurlGlobal {
 };
 
 // One probe under way. Curl keeps pointers to the error buffer, the peer
-// record and the log, so a transfer never moves.
+// record, the log and the transfer itself until the handle is cleaned up, so
+// a transfer never moves and its handle goes first (declared last).
 struct Transfer {
   const Probe* probe = nullptr;
-  std::unique_ptr<CURL, EasyFree> easy;
   char error[CURL_ERROR_SIZE] = "";
   std::optional<PeerCertificate> peer;
   std::unique_ptr<TransferLog> log;
   Slist resolve;
   Clock::time_point start;
   ProbeResult result;
+  std::unique_ptr<CURL, EasyFree> easy;
 };
 
 // The one protocol the probe may speak.
@@ -179,8 +180,10 @@ void RunAll(CURLM* multi, int running) {
 std::vector<ProbeResult> RunProbes(const std::vector<ProbeJob>& jobs, const TransferSettings& settings) {
   const CurlGlobal global;
   const Slist connectTo = ListOf(settings.pins.ConnectToEntries());
-  std::unique_ptr<CURLM, MultiFree> multi(curl_multi_init());
+  // The transfers outlive the multi handle, which may still close
+  // connections of theirs when it is cleaned up.
   std::vector<std::unique_ptr<Transfer>> transfers;
+  std::unique_ptr<CURLM, MultiFree> multi(curl_multi_init());
   int started = 0;
   for (const ProbeJob& job : jobs) {
     auto t = std::make_unique<Transfer>();
