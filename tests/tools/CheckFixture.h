@@ -70,7 +70,7 @@ class CheckTest : public ToolTest {
   // Writes the agent's list: the sites (and proxy) given, and the CA
   // certificates given (PEM texts).
   void WriteList(const std::string& sites, const std::vector<std::string>& certificates = {}) const;
-  std::string TestCa() const;     // the CA the servers' good certificate comes from
+  std::string TestCa() const;                         // the CA the servers' good certificate comes from
   std::string WwwRoot() const { return Tmp("www"); }  // what the HTTP and FTP servers serve
 
   // "--resolve HOST:PORT:127.0.0.1".

@@ -50,7 +50,8 @@ CheckServers::CheckServers(const std::string& root, const std::string& certDir, 
   m_stdin = in[1];
   const std::string ports = spawned == 0 ? ReadLine(out[0]) : "";
   close(out[0]);
-  if (ports.empty()) throw std::runtime_error("the check servers did not start: " + testsupport::ReadFile(logPath + ".stderr"));
+  if (ports.empty())
+    throw std::runtime_error("the check servers did not start: " + testsupport::ReadFile(logPath + ".stderr"));
   const nlohmann::json p = nlohmann::json::parse(ports);
   http = p["http"], proxy = p["proxy"], tls = p["tls"], tlsOther = p["tlsOther"];
   ftp = p["ftp"], silent = p["silent"], closed = p["closed"];

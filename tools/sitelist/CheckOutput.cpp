@@ -33,8 +33,8 @@ void PrintCheckTable(const std::vector<SiteResult>& results) {
   Table table({"Site", "Check", "Via", "Result", "ms", "Detail"});
   std::size_t failed = 0;
   for (const SiteResult& r : results) {
-    table.AddRow({r.name, r.check, ViaCell(r), r.outcome.ok ? "ok" : "failed", std::to_string(r.ms),
-                  DetailCell(r.outcome)});
+    table.AddRow(
+        {r.name, r.check, ViaCell(r), r.outcome.ok ? "ok" : "failed", std::to_string(r.ms), DetailCell(r.outcome)});
     if (!r.outcome.ok) ++failed;
   }
   table.Print();

@@ -31,17 +31,29 @@ std::string Encoded(const std::string& segment) {
   return out;
 }
 
-SitePlan Named(const sitehlp::tag_Site& site) { return {NameOf(site), ElementOf(site), "", {}, std::nullopt, std::nullopt}; }
+SitePlan Named(const sitehlp::tag_Site& site) {
+  SitePlan plan;
+  plan.name = NameOf(site);
+  plan.element = ElementOf(site);
+  return plan;
+}
+
+// A probe of the site's relative path on its server.
+Probe PathProbe(ProbeKind kind, const char* scheme, const wchar_t* host, long long port, unsigned int defaultPort,
+                const wchar_t* relativePath) {
+  Probe probe;
+  probe.kind = kind;
+  probe.target = {Narrow(host), PortOr(port, defaultPort)};
+  probe.url = Url(scheme, probe.target, DirectoryPath(Narrow(relativePath)));
+  return probe;
+}
 
 // A repository or SuperAgent site: HEAD of its relative path, through the
 // HTTP proxy as an ordinary forwarded request.
 SitePlan HttpPlan(const sitehlp::tag_Site& site, const ProxyRules& proxies) {
   const sitehlp::tag_HttpSite& s = site.httpSite;
   SitePlan plan = Named(site);
-  Probe probe;
-  probe.kind = ProbeKind::HttpHead;
-  probe.target = {Narrow(s.szServer), PortOr(s.nPort, c_httpPort)};
-  probe.url = Url("http", probe.target, DirectoryPath(Narrow(s.szRelativePath)));
+  Probe probe = PathProbe(ProbeKind::HttpHead, "http", s.szServer, s.nPort, c_httpPort, s.szRelativePath);
   probe.useAuth = s.nUseAuth != 0;
   if (probe.useAuth) {
     probe.user = Narrow(s.szUserName);
@@ -93,10 +105,7 @@ SitePlan SpipePlan(const sitehlp::tag_Site& site, const ProxyRules& proxies) {
 SitePlan FtpPlan(const sitehlp::tag_Site& site, const ProxyRules& proxies) {
   const sitehlp::tag_FtpSite& s = site.ftpSite;
   SitePlan plan = Named(site);
-  Probe probe;
-  probe.kind = ProbeKind::FtpLogin;
-  probe.target = {Narrow(s.szServer), PortOr(s.nPort, c_ftpPort)};
-  probe.url = Url("ftp", probe.target, DirectoryPath(Narrow(s.szRelativePath)));
+  Probe probe = PathProbe(ProbeKind::FtpLogin, "ftp", s.szServer, s.nPort, c_ftpPort, s.szRelativePath);
   probe.user = Narrow(s.szUserName);
   probe.password = Narrow(s.szPassword);
   probe.useAuth = !probe.user.empty();

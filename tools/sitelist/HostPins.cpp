@@ -22,7 +22,9 @@ std::optional<InputError> SplitLeading(const std::string& what, const std::strin
   return std::nullopt;
 }
 
-bool Same(const Endpoint& a, const Endpoint& b) { return a.port == b.port && strcasecmp(a.host.c_str(), b.host.c_str()) == 0; }
+bool Same(const Endpoint& a, const Endpoint& b) {
+  return a.port == b.port && strcasecmp(a.host.c_str(), b.host.c_str()) == 0;
+}
 
 }  // namespace
 

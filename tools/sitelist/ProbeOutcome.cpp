@@ -30,8 +30,7 @@ Outcome Answered(const Probe& p, const ProbeResult& r) {
       o.httpStatus = r.responseCode;
       return o;
     }
-    case ProbeKind::TlsHandshake:
-      return Passed(r.peer ? "verified, issued by \"" + r.peer->issuer + "\"" : "verified");
+    case ProbeKind::TlsHandshake: return Passed(r.peer ? "verified, issued by \"" + r.peer->issuer + "\"" : "verified");
     case ProbeKind::FtpLogin: return Passed("logged in, changed to " + PathOf(p));
     case ProbeKind::TcpConnect: break;
   }
@@ -73,8 +72,8 @@ Outcome Failure(const Probe& p, const ProbeResult& r, const OutcomeContext& cont
                                      (p.useAuth ? p.user : "anonymous"));
     case CURLE_REMOTE_ACCESS_DENIED:
       if (p.kind == ProbeKind::FtpLogin)
-        return Failed("FTP path", "the server answered " + std::to_string(r.responseCode) + " to the change to " +
-                                      PathOf(p));
+        return Failed("FTP path",
+                      "the server answered " + std::to_string(r.responseCode) + " to the change to " + PathOf(p));
       break;
     case CURLE_SSL_CONNECT_ERROR: return Failed("TLS handshake", r.error);
     default: break;

@@ -94,8 +94,7 @@ ProxyRules::ProxyRules(const sitehlp::tag_ProxySettings& p) : m_bypassLocal(p.bB
     FromEnvironment();
     return;
   }
-  m_http = Configured(p.szHttpProxyServer, p.nHttpProxyPort, p.bHttpUseAuth, p.szHttpProxyUser,
-                      p.szHttpProxyPassword);
+  m_http = Configured(p.szHttpProxyServer, p.nHttpProxyPort, p.bHttpUseAuth, p.szHttpProxyUser, p.szHttpProxyPassword);
   m_ftp = Configured(p.szFtpProxyServer, p.nFtpProxyPort, p.bFtpUseAuth, p.szFtpProxyUser, p.szFtpProxyPassword);
   m_exclusions = Items(Narrow(p.szExclusionList), ';');
 }

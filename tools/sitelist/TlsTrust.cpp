@@ -43,8 +43,9 @@ int PeerIndex() {
 // chain's first) and leaves the verdict as OpenSSL found it.
 int OnVerify(int verdict, X509_STORE_CTX* store) {
   auto* ssl = static_cast<SSL*>(X509_STORE_CTX_get_ex_data(store, SSL_get_ex_data_X509_STORE_CTX_idx()));
-  auto* peer = ssl ? static_cast<std::optional<PeerCertificate>*>(SSL_CTX_get_ex_data(SSL_get_SSL_CTX(ssl), PeerIndex()))
-                   : nullptr;
+  auto* peer =
+      ssl ? static_cast<std::optional<PeerCertificate>*>(SSL_CTX_get_ex_data(SSL_get_SSL_CTX(ssl), PeerIndex()))
+          : nullptr;
   X509* leaf = X509_STORE_CTX_get0_cert(store);
   if (peer && !*peer && leaf)
     *peer = PeerCertificate{OneLine(X509_get_subject_name(leaf)), OneLine(X509_get_issuer_name(leaf))};

@@ -2,7 +2,6 @@
 // HOST:PORT:ADDRESS]... [--connect-to HOST:PORT:HOST2:PORT2]... [--no-lookup]:
 // can this device reach its sites, through its proxy, trusting its CA bundle?
 #include <CLI/CLI.hpp>
-
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
@@ -40,7 +39,8 @@ std::optional<InputError> Settle(const CheckOptions& o, TransferSettings& settin
 
 // The enabled sites, or the named ones (enabled or not), in the order the
 // agent tries them.
-int Chosen(const EditableList& list, const std::vector<std::string>& names, std::vector<const sitehlp::tag_Site*>& out) {
+int Chosen(const EditableList& list, const std::vector<std::string>& names,
+           std::vector<const sitehlp::tag_Site*>& out) {
   for (const sitehlp::tag_Site* site : list.Sites())
     if (names.empty() && site->bEnabled) out.push_back(site);
   for (const std::string& name : names) {
@@ -82,10 +82,10 @@ int Run(Context& ctx, const CheckOptions& o) {
 
 Bound Setup(CLI::App& app, Context& ctx) {
   auto o = std::make_shared<CheckOptions>();
-  CLI::App* sub = app.add_subcommand("check", "Whether the device reaches its sites, through its proxy, trusting its "
-                                              "CA certificates");
-  sub->add_option("NAME", o->names, "Check only these sites (exact name, else without regard to case)")
-      ->type_name("");
+  CLI::App* sub = app.add_subcommand("check",
+                                     "Whether the device reaches its sites, through its proxy, trusting its "
+                                     "CA certificates");
+  sub->add_option("NAME", o->names, "Check only these sites (exact name, else without regard to case)")->type_name("");
   sub->add_flag("--json", o->json, "Print one JSON document instead of the table");
   sub->add_option("--timeout", o->timeout, "Bound on each site's check (default 5)")
       ->type_name("SECONDS")
@@ -96,8 +96,7 @@ Bound Setup(CLI::App& app, Context& ctx) {
   sub->add_option("--connect-to", o->connectTo, "Connect to HOST2:PORT2 whenever HOST:PORT is meant (repeatable)")
       ->type_name("HOST:PORT:HOST2:PORT2")
       ->allow_extra_args(false);
-  sub->add_flag("--no-lookup", o->noLookup,
-                "Look no name up: a name that no --resolve pins counts as not resolved");
+  sub->add_flag("--no-lookup", o->noLookup, "Look no name up: a name that no --resolve pins counts as not resolved");
   sub->footer(
       "Checks every enabled site of the agent's list (or the named ones) at once, in the\n"
       "order the agent tries them, doing the least that proves a site serves: HTTP and\n"
@@ -109,7 +108,8 @@ Bound Setup(CLI::App& app, Context& ctx) {
       "excluded, or local while local addresses bypass it. Exit status 0 when every\n"
       "site checked passed, 1 otherwise. With -v the transfer log goes to stderr,\n"
       "passwords masked.\n"
-      "Example:\n  sitelist check\n  sitelist check --timeout 2 --resolve mgmt.corp.example:443:192.0.2.10 Vantor_MasterSite");
+      "Example:\n  sitelist check\n  sitelist check --timeout 2 --resolve mgmt.corp.example:443:192.0.2.10 "
+      "Vantor_MasterSite");
   return {sub, [o, &ctx] { return Run(ctx, *o); }};
 }
 
