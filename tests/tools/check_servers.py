@@ -136,6 +136,7 @@ class Handshake(socketserver.BaseRequestHandler):
 class Server(socketserver.ThreadingMixIn, socketserver.TCPServer):
     daemon_threads = True
     allow_reuse_address = True
+    request_queue_size = 128  # many sites are checked at once
 
 
 def tls_server(certdir, name):
