@@ -141,7 +141,7 @@ std::vector<std::string> CheckTest::Pin(const std::string& host, unsigned int po
 }
 
 ToolResult CheckTest::Check(const std::vector<std::string>& args) const {
-  std::vector<std::string> all{"check", "--no-lookup", "--timeout", "2"};
+  std::vector<std::string> all{"check", "--no-lookup", "--timeout", "10"};
   all.insert(all.end(), args.begin(), args.end());
   return Run(all);
 }

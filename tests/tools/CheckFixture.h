@@ -75,7 +75,8 @@ class CheckTest : public ToolTest {
 
   // "--resolve HOST:PORT:127.0.0.1".
   static std::vector<std::string> Pin(const std::string& host, unsigned int port);
-  // `sitelist check --no-lookup --timeout 2` with args after it.
+  // `sitelist check --no-lookup --timeout 10` with args after it: a timeout
+  // that only a test which wants one meets, even on a busy machine.
   ToolResult Check(const std::vector<std::string>& args) const;
   // The server log lines of one kind ("http", "proxy", "ftp"), sorted: the
   // sites are checked at once, so their requests come in any order.

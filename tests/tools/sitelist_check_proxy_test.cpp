@@ -131,7 +131,7 @@ TEST_F(CheckProxy, VerboseShowsTheTransferLogWithEveryPasswordMasked) {
             HttpSite("NoCredentials", 2, At("repo.test.example", h), "private/Updates") +
             FtpSite("Ftp", 3, At("ftp.test.example", servers.ftp), "Updates", "ftp-user", Encrypted("ftp-pw")) +
             ProxyElement(Proxy("proxy-pw")));
-  const ToolResult r = Run(Joined({{"-v", "check", "--no-lookup", "--timeout", "2"}, ProxyPin(),
+  const ToolResult r = Run(Joined({{"-v", "check", "--no-lookup", "--timeout", "10"}, ProxyPin(),
                                   Pin("ftp.test.example", servers.ftp)}));
   EXPECT_EQ(r.exitStatus, 1) << r.err;
   EXPECT_EQ(TableOf(r.out).rows,

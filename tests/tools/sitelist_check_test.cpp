@@ -241,9 +241,9 @@ TEST_F(CheckTest, ServerThatNeverAnswersTimesOutWithinTheTimeout) {
   // Curl's timer and the tool's clock may differ by a millisecond or two.
   for (long ms : json.ms) {
     EXPECT_GE(ms, 295);
-    EXPECT_LT(ms, 1500);
+    EXPECT_LT(ms, 2000);
   }
-  EXPECT_LT(elapsed, std::chrono::milliseconds(3000));
+  EXPECT_LT(elapsed, std::chrono::milliseconds(4000));
 }
 
 TEST_F(CheckTest, SitesAreCheckedAtOnceSoManyTakeAboutAsLongAsTheSlowest) {
@@ -259,7 +259,7 @@ TEST_F(CheckTest, SitesAreCheckedAtOnceSoManyTakeAboutAsLongAsTheSlowest) {
   const CheckJson json = JsonOf(r.out);
   ASSERT_EQ(json.document["sites"].size(), 20u);
   for (const Json& site : json.document["sites"]) EXPECT_EQ(site["reason"], "timed out");
-  EXPECT_LT(elapsed, std::chrono::milliseconds(3000));
+  EXPECT_LT(elapsed, std::chrono::milliseconds(4000));
 }
 
 TEST_F(CheckTest, LocalSiteNeedsAPathThatCanBeRead) {
