@@ -26,11 +26,12 @@ int CSitesHelper::AdjustPwd(const AnObjectBuffer<unsigned char>& buffer) {
   tag_Site* sites = nullptr;
 
   try {
-    AString text;
-    AdvXMLParser::UTF_ENCODINGS encoding = AdvXMLParser::UTF_8;
-    AdvXMLParser::ConvertBufferToUnicode(buffer.data(), buffer.size(), text, encoding);
+    // Decoded as a file is (byte order marks, strict decoding), so that the
+    // buffer's encoding declaration is held against the encoding it is in.
+    AdvXMLParser::Utf8Text text;
+    AdvXMLParser::ConvertBufferToUtf8(buffer.data(), buffer.size(), text);
     AdvXMLParser::Parser parser;
-    boost::scoped_ptr<AdvXMLParser::Document> document(parser.Parse(text.c_str(), text.size()));
+    boost::scoped_ptr<AdvXMLParser::Document> document(parser.Parse(text, AdvXMLParser::Parser::ReadingOnly));
     const AdvXMLParser::Element root = document->GetRoot();
 
     globalVersion = root.GetAttribute(ZEL_XML_SITELISTS_GLOBAL_VERSION);

@@ -16,9 +16,9 @@ bool SiteListFileExists(const std::wstring& path);
 // Reads the whole file as UTF-8 (decoded from any Unicode encoding) for
 // Parser::Parse(Utf8Text&), under the shared "SiteListLock", released as soon
 // as the text is in memory (also when reading fails). False when the lock
-// cannot be had (logged) or the file cannot be read or decoded. No wide copy
-// of the file is made.
-bool ReadSiteListUtf8(const std::wstring& path, AdvXMLParser::Utf8Text& text);
+// cannot be had (logged) or the file cannot be read or decoded; then why,
+// when given, says what went wrong. No wide copy of the file is made.
+bool ReadSiteListUtf8(const std::wstring& path, AdvXMLParser::Utf8Text& text, std::string* why = nullptr);
 
 }  // namespace sitehlp
 

@@ -202,6 +202,16 @@ constexpr const wchar_t c_agentEnvMacroEndDelimiterExpanded[] = L"%%gt%%";
 // Wait argument of every lock call: in effect no time limit.
 constexpr int c_lockWaitForever = 0x7FFFFFFF;
 
+// What CheckSiteListDocument found, and where a document was refused as not
+// well formed (CSitesHelper::GetLastXmlRefusal).
+struct tag_DocumentCheck {
+  std::wstring szPath;         // the file; empty for text handed in memory
+  uint32_t nLine = 0;          // 1-based; 0 when there is no place (e.g. a file that cannot be read)
+  uint32_t nColumn = 0;        // 1-based, in characters; 0 when there is no place
+  std::wstring szDescription;  // the XML parser's own words for the fault, or why the file could not be read
+  std::wstring szRootElement;  // the document element's name, prefix included, when the document is well formed
+};
+
 // Splits "host:port" at the last colon. False (outputs untouched) when there
 // is no colon; otherwise true, with the port as a stream extraction leaves it.
 VLM_EXPORT bool split_host_and_port(const std::wstring& text, std::wstring& host, unsigned int& port);
@@ -264,6 +274,35 @@ class VLM_EXPORT CSitesHelper {
   // Like ReadSiteList, but -1 for an empty path and a logged failure when the
   // read fails or yields no site.
   int MustReadSiteList(const std::wstring& path, tag_Site** ppSiteList);
+
+  // ---- Well-formedness -----------------------------------------------------------
+  // Every operation that reads a site list document (from a file or from
+  // memory) first has it judged by a conforming, namespace-aware XML 1.0
+  // parser and refuses it, with the code it gives for text that is not well
+  // formed (-5 where it reports one), when that parser refuses it. A document
+  // type declaration is refused too, and so is an entity reference other than
+  // XML's five and character references. The encoding declaration must name
+  // the encoding the text is in (its byte order mark, else UTF-8).
+  //
+  // Reads path (empty: the helper's own list) under the shared "SiteListLock"
+  // by exactly the rules ReadSiteList reads it by (existence, file type and
+  // size, decoding, well-formedness) and fills check: szPath always; the
+  // name of the document element when the answer is 0; the place (line,
+  // column) and the parser's description for -5; why for -10. Returns 0 well
+  // formed, -2 no path, -4 missing, -10 unreadable or not text in its
+  // encoding, -5 not well formed, -3 out of memory. Changes no state of the
+  // helper; a refusal is logged at detail level and kept as the calling
+  // thread's last refusal.
+  int CheckSiteListDocument(const std::wstring& path, tag_DocumentCheck& check);
+  // The place of the last refusal of a document as not well formed made on
+  // the calling thread, by any operation of any helper: true and refusal set
+  // (szPath empty for text handed in memory, szRootElement empty) when there
+  // was one since the thread started or since ClearLastXmlRefusal; false and
+  // refusal untouched otherwise. A caller that wants the refusal of one
+  // operation clears before calling it. Operations answering false (the
+  // rewrite, the server site list) leave the place only here.
+  static bool GetLastXmlRefusal(tag_DocumentCheck& refusal);
+  static void ClearLastXmlRefusal();
 
   // ---- Writing ------------------------------------------------------------------
   // Writes sites (NULL: no sites) to path (empty: the helper's own), stamping

@@ -268,24 +268,40 @@ char* EncodeForParser(const wchar_t* s, std::size_t n, std::size_t& outSize) {
   return buffer;
 }
 
-int ClampOffset(std::ptrdiff_t offset) {
-  if (offset < 0) return 0;
-  return offset > INT_MAX ? INT_MAX : static_cast<int>(offset);
+int ClampOffset(std::size_t offset) { return offset > INT_MAX ? INT_MAX : static_cast<int>(offset); }
+
+[[noreturn]] void ThrowNotWellFormed(port::xml::Refusal& refusal, const std::string& origin) {
+  refusal.document = origin;
+  port::xml::RecordRefusal(refusal);
+  throw ParsingException(ClampOffset(refusal.offset), refusal.line, refusal.column, refusal.description);
 }
 
-[[noreturn]] void ThrowNotWellFormed(std::ptrdiff_t offset, const char* what) {
-  throw ParsingException(ClampOffset(offset),
-                         "XML not well formed at byte " + std::to_string(offset) + ": " + what);
+// The conforming check (WellFormed.h) before pugixml, which rewrites the
+// text when it parses in place.
+void CheckText(const char* text, std::size_t size, port::xml::TextSource source, const std::string& origin) {
+  port::xml::Refusal refusal;
+  if (!port::xml::CheckWellFormed(text, size, source, refusal)) ThrowNotWellFormed(refusal, origin);
 }
 
-// Turns a pugixml result, then the rules pugixml leaves to its caller
-// (WellFormed.h), into the facade's errors.
-void CheckResult(const pugi::xml_parse_result& result, const pugi::xml_document& doc,
-                 const port::xml::TextFrame& frame) {
+// pugixml's own verdict on a text the check accepted; it has been seen to
+// agree, so a refusal here has no place but its offset.
+void CheckResult(const pugi::xml_parse_result& result, const std::string& origin) {
   if (result.status == pugi::status_out_of_memory) throw ReadWriteException(ENOMEM, "out of memory parsing XML");
-  if (result.status != pugi::status_ok) ThrowNotWellFormed(result.offset, result.description());
-  port::xml::Fault fault;
-  if (port::xml::FindFault(frame, doc, fault)) ThrowNotWellFormed(fault.offset, fault.what);
+  if (result.status == pugi::status_ok) return;
+  port::xml::Refusal refusal;
+  refusal.offset = result.offset > 0 ? static_cast<std::size_t>(result.offset) : 0;
+  refusal.description = result.description();
+  ThrowNotWellFormed(refusal, origin);
+}
+
+port::xml::TextSource SourceOf(const Utf8Text& text) {
+  switch (text.GetEncoding()) {
+    case UTF_16_LE: return port::xml::TextSource::Utf16Le;
+    case UTF_16_BE: return port::xml::TextSource::Utf16Be;
+    case UTF_32_LE: return port::xml::TextSource::Utf32Le;
+    case UTF_32_BE: return port::xml::TextSource::Utf32Be;
+    default: return text.HasByteOrderMark() ? port::xml::TextSource::Utf8Marked : port::xml::TextSource::Utf8;
+  }
 }
 
 pugi::xml_node FirstElementOf(pugi::xml_node n) {
@@ -551,20 +567,48 @@ AString Document::GenerateXML(bool bIndent) const { return ToWide(GenerateUtf8(b
 // indented document costs no extra nodes.
 constexpr unsigned kParseOptions = pugi::parse_default | pugi::parse_ws_pcdata_single;
 
+namespace {
+
+// A buffer from pugixml's allocator until pugixml takes it over.
+class OwnedBuffer {
+ public:
+  explicit OwnedBuffer(char* p) : m_p(p) {}
+  ~OwnedBuffer() {
+    if (m_p) pugi::get_memory_deallocation_function()(m_p);
+  }
+  OwnedBuffer(const OwnedBuffer&) = delete;
+  OwnedBuffer& operator=(const OwnedBuffer&) = delete;
+  char* get() const { return m_p; }
+  char* release() {
+    char* p = m_p;
+    m_p = nullptr;
+    return p;
+  }
+
+ private:
+  char* m_p;
+};
+
+// Checks size bytes of buffer (NUL-terminated after them), then parses them
+// in place into doc, which owns the buffer afterwards.
+void CheckAndLoadInPlace(OwnedBuffer& buffer, std::size_t size, unsigned options, port::xml::TextSource source,
+                         const std::string& origin, pugi::xml_document& doc) {
+  CheckText(buffer.get(), size, source, origin);
+  CheckResult(doc.load_buffer_inplace_own(buffer.release(), size + 1, options, pugi::encoding_utf8), origin);
+}
+
+}  // namespace
+
 Document* Parser::Parse(const wchar_t* text, std::size_t length) {
   if (!text) length = 0;
   try {
-    std::unique_ptr<Document> document(new Document);
     std::size_t size = 0;
-    char* buffer = EncodeForParser(text, length, size);
-    if (!buffer) throw ReadWriteException(ENOMEM, "out of memory parsing XML");
-    const port::xml::TextFrame frame = port::xml::ScanText(buffer, size - 1);  // without the terminator
-    // The document owns the buffer from here on, whatever the outcome. With
-    // the NUL counted, pugixml reports the same offsets as for ParseUtf8,
-    // whose copy it terminates the same way.
-    const pugi::xml_parse_result result =
-        document->m_impl->doc.load_buffer_inplace_own(buffer, size, kParseOptions, pugi::encoding_utf8);
-    CheckResult(result, document->m_impl->doc, frame);
+    OwnedBuffer buffer(EncodeForParser(text, length, size));
+    if (!buffer.get()) throw ReadWriteException(ENOMEM, "out of memory parsing XML");
+    std::unique_ptr<Document> document(new Document);
+    // The text is characters already: its encoding declaration names nothing.
+    CheckAndLoadInPlace(buffer, size - 1, kParseOptions, port::xml::TextSource::Decoded, std::string(),
+                        document->m_impl->doc);
     return document.release();
   } catch (const std::bad_alloc&) {
     throw ReadWriteException(ENOMEM, "out of memory parsing XML");
@@ -575,7 +619,12 @@ Utf8Text::~Utf8Text() {
   if (m_p) pugi::get_memory_deallocation_function()(m_p);
 }
 
-Utf8Text::Utf8Text(Utf8Text&& other) noexcept : m_p(other.m_p), m_size(other.m_size) {
+Utf8Text::Utf8Text(Utf8Text&& other) noexcept
+    : m_p(other.m_p),
+      m_size(other.m_size),
+      m_encoding(other.m_encoding),
+      m_bMarked(other.m_bMarked),
+      m_origin(std::move(other.m_origin)) {
   other.m_p = nullptr;
   other.m_size = 0;
 }
@@ -585,6 +634,9 @@ Utf8Text& Utf8Text::operator=(Utf8Text&& other) noexcept {
     if (m_p) pugi::get_memory_deallocation_function()(m_p);
     m_p = other.m_p;
     m_size = other.m_size;
+    m_encoding = other.m_encoding;
+    m_bMarked = other.m_bMarked;
+    m_origin = std::move(other.m_origin);
     other.m_p = nullptr;
     other.m_size = 0;
   }
@@ -592,33 +644,36 @@ Utf8Text& Utf8Text::operator=(Utf8Text&& other) noexcept {
 }
 
 // The bytes Parse(const wchar_t*, ...) would have made from the wide form of
-// this text are exactly these, so pugixml sees the same buffer (NUL counted)
-// and reports the same results and offsets, without the round trip.
+// this text are exactly these, so the check and pugixml see the same buffer
+// (NUL counted) and report the same results and offsets, without the round
+// trip; only the encoding declaration is held against the file's encoding.
 Document* Parser::Parse(Utf8Text& text, Use use) {
   const unsigned options = use == ReadingOnly ? kParseOptions | pugi::parse_embed_pcdata : kParseOptions;
-  char* buffer = text.m_p;
-  std::size_t size = text.m_size + 1;
-  text.m_p = nullptr;
-  text.m_size = 0;
+  OwnedBuffer buffer(text.m_p);
+  const std::size_t size = text.m_size;
+  const port::xml::TextSource source = SourceOf(text);
+  const std::string origin = std::move(text.m_origin);
+  text.m_p = nullptr;  // the buffer is ours now
+  text = Utf8Text();
   try {
-    std::unique_ptr<Document> document;
-    try {
-      document.reset(new Document);
-    } catch (...) {
-      if (buffer) pugi::get_memory_deallocation_function()(buffer);
-      throw;
+    std::unique_ptr<Document> document(new Document);
+    if (!buffer.get()) {
+      OwnedBuffer empty(static_cast<char*>(pugi::get_memory_allocation_function()(1)));
+      if (!empty.get()) throw ReadWriteException(ENOMEM, "out of memory parsing XML");
+      empty.get()[0] = '\0';
+      CheckAndLoadInPlace(empty, 0, options, source, origin, document->m_impl->doc);
+    } else {
+      CheckAndLoadInPlace(buffer, size, options, source, origin, document->m_impl->doc);
     }
-    if (!buffer) {
-      buffer = static_cast<char*>(pugi::get_memory_allocation_function()(1));
-      if (!buffer) throw ReadWriteException(ENOMEM, "out of memory parsing XML");
-      buffer[0] = '\0';
-      size = 1;
-    }
-    const port::xml::TextFrame frame = port::xml::ScanText(buffer, size - 1);  // without the terminator
-    const pugi::xml_parse_result result =
-        document->m_impl->doc.load_buffer_inplace_own(buffer, size, options, pugi::encoding_utf8);
-    CheckResult(result, document->m_impl->doc, frame);
     return document.release();
+  } catch (const std::bad_alloc&) {
+    throw ReadWriteException(ENOMEM, "out of memory parsing XML");
+  }
+}
+
+void Parser::Check(const Utf8Text& text) {
+  try {
+    CheckText(text.data(), text.size(), SourceOf(text), text.GetOrigin());
   } catch (const std::bad_alloc&) {
     throw ReadWriteException(ENOMEM, "out of memory parsing XML");
   }
@@ -628,10 +683,11 @@ Document* Parser::ParseUtf8(const char* text, std::size_t length) {
   if (!text) length = 0;
   try {
     std::unique_ptr<Document> document(new Document);
-    const port::xml::TextFrame frame = port::xml::ScanText(text, length);
+    const bool marked = length >= 3 && std::memcmp(text, "\xEF\xBB\xBF", 3) == 0;
+    CheckText(text, length, marked ? port::xml::TextSource::Utf8Marked : port::xml::TextSource::Utf8, std::string());
     const pugi::xml_parse_result result =
         document->m_impl->doc.load_buffer(text ? text : "", length, kParseOptions, pugi::encoding_utf8);
-    CheckResult(result, document->m_impl->doc, frame);
+    CheckResult(result, std::string());
     return document.release();
   } catch (const std::bad_alloc&) {
     throw ReadWriteException(ENOMEM, "out of memory parsing XML");

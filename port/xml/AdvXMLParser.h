@@ -2,8 +2,8 @@
 //
 // Text is wide on both sides; pugixml works in UTF-8 underneath. Element is a
 // small handle (one pointer) to a node of a Document; it is valid while its
-// Document lives. No DTD is processed and no entity is expanded beyond the
-// five predefined ones and character references.
+// Document lives. A document type declaration is refused, so no entity is
+// known beyond the five predefined ones and character references.
 //
 // Errors: Parser::Parse throws ParsingException for text that is not well
 // formed (-5 to callers) and ReadWriteException(ENOMEM) when memory runs out;
@@ -19,6 +19,7 @@
 #include <exception>
 #include <memory>
 #include <string>
+#include <utility>
 
 #include "platform/AString.h"
 #include "platform/Forward.h"
@@ -46,10 +47,25 @@ class Exception : public std::exception {
   std::string m_what;
 };
 
-// Text that is not well-formed XML. The code is the byte offset of the fault.
+// Text that is not well-formed XML. The code is the byte offset of the fault
+// in the UTF-8 form of the text; line and column (1-based, the column in
+// characters) place it, and description is the parser's own word for it.
 class ParsingException : public Exception {
  public:
-  using Exception::Exception;
+  ParsingException(int offset, unsigned long line, unsigned long column, std::string description)
+      : Exception(offset, "XML not well formed at line " + std::to_string(line) + ", column " + std::to_string(column) +
+                              ": " + description),
+        m_line(line),
+        m_column(column),
+        m_description(std::move(description)) {}
+  unsigned long GetLine() const { return m_line; }
+  unsigned long GetColumn() const { return m_column; }
+  const std::string& GetDescription() const { return m_description; }
+
+ private:
+  unsigned long m_line;
+  unsigned long m_column;
+  std::string m_description;
 };
 
 // A read or write failure; the code is an errno value.
@@ -164,7 +180,10 @@ class Document {
 };
 
 // UTF-8 text in a buffer the parser can take over without copying (it is
-// parsed in place). Move-only; empty after Parser::Parse took it.
+// parsed in place), with the encoding it was in (its byte order mark) and the
+// file it came from, which a refusal names. Move-only; empty after
+// Parser::Parse took it.
+class Utf8TextMaker;
 class Utf8Text {
  public:
   Utf8Text() = default;
@@ -176,14 +195,27 @@ class Utf8Text {
   const char* data() const { return m_p ? m_p : ""; }
   // Bytes, without the terminating NUL the buffer always carries.
   std::size_t size() const { return m_size; }
+  // The encoding of the bytes read (UTF_8 for text made in memory) and
+  // whether they began with a byte order mark.
+  UTF_ENCODINGS GetEncoding() const { return m_encoding; }
+  bool HasByteOrderMark() const { return m_bMarked; }
+  // The file read (narrow path); empty for text converted from memory.
+  const std::string& GetOrigin() const { return m_origin; }
 
  private:
   friend class Parser;
-  friend void ReadUtf8FromFile(const AString& path, Utf8Text& text);
+  friend class Utf8TextMaker;  // the reading and decoding functions below
   char* m_p = nullptr;
   std::size_t m_size = 0;
+  UTF_ENCODINGS m_encoding = UTF_8;
+  bool m_bMarked = false;
+  std::string m_origin;
 };
 
+// Every Parse first has the text judged by a conforming XML parser
+// (port/xml/WellFormed.h): a text it refuses throws ParsingException with its
+// place, which is also kept as the calling thread's last refusal
+// (port::xml::LastRefusal), named by the file a Utf8Text came from.
 class Parser {
  public:
   // What a parsed Document will be used for. A tree only read keeps each
@@ -199,6 +231,10 @@ class Parser {
   Document* Parse(const wchar_t* text, std::size_t length);
   // Parses UTF-8 bytes directly.
   Document* ParseUtf8(const char* text, std::size_t length);
+  // The check each Parse of text makes first, alone, for a caller that
+  // builds its tree another way: throws ParsingException (and keeps the
+  // refusal) when text is not well formed. text is left as it is.
+  static void Check(const Utf8Text& text);
 };
 
 // Filter applied to the decoded text of a file; none is used by the library.
@@ -215,6 +251,10 @@ void ReadBufferFromFile(const AString& path, AString& text, UTF_ENCODINGS& encod
 // UTF-8 file (the usual case) is only checked, never widened and narrowed
 // again; a UTF-16 or UTF-32 one is converted.
 void ReadUtf8FromFile(const AString& path, Utf8Text& text);
+// Decodes a byte buffer as ConvertBufferToUnicode does (same byte order
+// marks, same strict decoding, same errors) into UTF-8 for Parser::Parse;
+// UTF-8 bytes are only checked and copied.
+void ConvertBufferToUtf8(const unsigned char* bytes, std::size_t size, Utf8Text& text);
 // Decodes UTF-8 of the tree into dst as the wide accessors decode it. True,
 // with length characters and a terminating zero written, when the text fits
 // in capacity - 1 characters; false (dst's content undefined) otherwise.

@@ -9,17 +9,15 @@
 
 #include "port/fs/SafeWrite.h"
 #include "port/xml/AdvXMLParser.h"
-#include "port/xml/WellFormed.h"
 
 namespace {
 
 // Everything the document holds is kept: comments, processing instructions,
-// the declaration, the document type and all white space inside the
-// document element. Line ends are kept as they are, so that text written
-// back matches what was read.
+// the declaration and all white space inside the document element (a
+// document type declaration is refused before pugixml sees the text). Line
+// ends are kept as they are, so that text written back matches what was read.
 constexpr unsigned kParseOptions = (pugi::parse_default & ~pugi::parse_eol) | pugi::parse_ws_pcdata |
-                                   pugi::parse_comments | pugi::parse_pi | pugi::parse_declaration |
-                                   pugi::parse_doctype;
+                                   pugi::parse_comments | pugi::parse_pi | pugi::parse_declaration;
 
 inline pugi::xml_node ToNode(AnXmlNodeHandle* p) { return pugi::xml_node(reinterpret_cast<pugi::xml_node_struct*>(p)); }
 inline AnXmlNodeHandle* ToHandle(const pugi::xml_node& node) {
@@ -155,9 +153,9 @@ void DropLayout(pugi::xml_document& document) {
 
 // Whether the start tag whose name begins at offset ends with "/>". Only
 // quoted attribute values can hold a "/" or ">" inside a tag.
-bool SelfClosing(const std::string& text, std::size_t offset) {
+bool SelfClosing(const char* text, std::size_t size, std::size_t offset) {
   char quote = 0;
-  for (std::size_t i = offset; i < text.size(); ++i) {
+  for (std::size_t i = offset; i < size; ++i) {
     const char c = text[i];
     if (quote) {
       if (c == quote) quote = 0;
@@ -174,13 +172,13 @@ bool SelfClosing(const std::string& text, std::size_t offset) {
 
 // An element without content written as "<a></a>" gets an empty text child,
 // which is how pugixml writes it the same way again ("<a/>" stays "<a/>").
-void KeepEndTags(pugi::xml_document& document, const std::string& text) {
+void KeepEndTags(pugi::xml_document& document, const char* text, std::size_t size) {
   std::vector<pugi::xml_node> withEndTag;
   pugi::xml_node cur = document.first_child();
   while (cur) {
     if (IsElement(cur) && !cur.first_child()) {
       const std::ptrdiff_t offset = cur.offset_debug();
-      if (offset >= 0 && !SelfClosing(text, static_cast<std::size_t>(offset))) withEndTag.push_back(cur);
+      if (offset >= 0 && !SelfClosing(text, size, static_cast<std::size_t>(offset))) withEndTag.push_back(cur);
     }
     if (cur.first_child()) {
       cur = cur.first_child();
@@ -365,22 +363,20 @@ int AnXml::useExistingFile(const AString& path, const AString& rootName, const A
   pugi::xml_document& doc = m_impl->doc;
   doc.reset();
   const bool ok = NoThrow([&] {
-    AString text;
-    AdvXMLParser::UTF_ENCODINGS encoding = AdvXMLParser::UTF_8;
+    AdvXMLParser::Utf8Text text;
     try {
-      AdvXMLParser::ReadBufferFromFile(path, text, encoding);
+      AdvXMLParser::ReadUtf8FromFile(path, text);
     } catch (const AdvXMLParser::Exception&) {
       return false;  // missing, unreadable or not text
     }
-    const std::string utf8 = Utf8(text);
-    const port::xml::TextFrame frame = port::xml::ScanText(utf8.data(), utf8.size());
-    const pugi::xml_parse_result result = doc.load_buffer(utf8.data(), utf8.size(), kParseOptions, pugi::encoding_utf8);
+    try {
+      AdvXMLParser::Parser::Check(text);  // keeps the place of a refusal
+    } catch (const AdvXMLParser::Exception&) {
+      return false;
+    }
+    const pugi::xml_parse_result result = doc.load_buffer(text.data(), text.size(), kParseOptions, pugi::encoding_utf8);
     if (!result) return false;
-    // What pugixml lets through (text outside the element, a second element)
-    // is no document to edit either.
-    port::xml::Fault fault;
-    if (port::xml::FindFault(frame, doc, fault)) return false;
-    KeepEndTags(doc, utf8);
+    KeepEndTags(doc, text.data(), text.size());
     const pugi::xml_node root = doc.document_element();
     if (Utf8(rootName) != root.name()) return false;
     const pugi::xml_attribute ns = root.attribute(Utf8(nsAttrName).c_str());

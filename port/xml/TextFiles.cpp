@@ -305,6 +305,59 @@ void ConvertBufferToUnicode(const unsigned char* bytes, std::size_t size, AStrin
   encoding = used;
 }
 
+// Fills a Utf8Text (a friend of it).
+class Utf8TextMaker {
+ public:
+  static void Set(Utf8Text& text, char* p, std::size_t size, UTF_ENCODINGS encoding, bool marked) {
+    text = Utf8Text();
+    text.m_p = p;
+    text.m_size = size;
+    text.m_encoding = encoding;
+    text.m_bMarked = marked;
+  }
+  static void SetOrigin(Utf8Text& text, const std::string& origin) { text.m_origin = origin; }
+};
+
+namespace {
+
+// Makes text of used bytes read into bytes (which has room for one byte
+// more): a UTF-8 file (the usual case) is checked and kept as it is, its
+// byte order mark dropped; UTF-16 and UTF-32 are decoded strictly as
+// ConvertBufferToUnicode does, then encoded for the parser. Widening UTF-8
+// only to narrow it again for the parser would cost two passes and a buffer
+// four times the file's size.
+void TakeUtf8(ParserBuffer& bytes, std::size_t used, Utf8Text& text) {
+  const unsigned char* raw = reinterpret_cast<const unsigned char*>(bytes.data());
+  const bool utf8Mark = StartsWith(raw, used, "\xEF\xBB\xBF", 3);
+  const bool otherMark = !utf8Mark && (StartsWith(raw, used, "\xFF\xFE", 2) || StartsWith(raw, used, "\xFE\xFF", 2) ||
+                                       StartsWith(raw, used, "\x00\x00\xFE\xFF", 4));
+  if (otherMark) {
+    AString wide;
+    UTF_ENCODINGS found = UTF_8;
+    ConvertBufferToUnicode(raw, used, wide, found);
+    std::string utf8;
+    try {
+      utf8 = platform_detail::WideToUtf8(wide.data(), wide.size());
+    } catch (const std::bad_alloc&) {
+      throw ReadWriteException(ENOMEM, "out of memory decoding text");
+    }
+    ParserBuffer converted;
+    if (!converted.reserve(utf8.size() + 1, 0)) throw ReadWriteException(ENOMEM, "out of memory decoding text");
+    std::memcpy(converted.data(), utf8.data(), utf8.size());
+    converted.data()[utf8.size()] = '\0';
+    Utf8TextMaker::Set(text, converted.release(), utf8.size(), found, true);
+    return;
+  }
+  const std::size_t skip = utf8Mark ? 3 : 0;
+  CheckUtf8(raw + skip, used - skip, skip);
+  if (skip) std::memmove(bytes.data(), bytes.data() + skip, used - skip);
+  used -= skip;
+  bytes.data()[used] = '\0';
+  Utf8TextMaker::Set(text, bytes.release(), used, UTF_8, utf8Mark);
+}
+
+}  // namespace
+
 void ReadBufferFromFile(const AString& path, AString& text, UTF_ENCODINGS& encoding, FilterFunction filter) {
   const ACharString narrow(path);
   const int fd = port::Sys().open(narrow.c_str(), O_RDONLY | O_CLOEXEC, 0);
@@ -350,9 +403,6 @@ void ReadBufferFromFile(const AString& path, AString& text, UTF_ENCODINGS& encod
 }
 
 // The reading of ReadBufferFromFile, into a buffer the parser takes over.
-// A UTF-8 file (with or without its byte order mark) is checked and kept as
-// it is: widening it only to narrow it again for the parser would cost two
-// passes and a buffer four times the file's size.
 void ReadUtf8FromFile(const AString& path, Utf8Text& text) {
   const ACharString narrow(path);
   const int fd = port::Sys().open(narrow.c_str(), O_RDONLY | O_CLOEXEC, 0);
@@ -383,39 +433,16 @@ void ReadUtf8FromFile(const AString& path, Utf8Text& text) {
   }
   if (used == bytes.capacity() && !bytes.reserve(used + 1, used)) ThrowIo(ENOMEM, "cannot read", narrow);
 
-  const unsigned char* raw = reinterpret_cast<const unsigned char*>(bytes.data());
-  const bool utf8Mark = StartsWith(raw, used, "\xEF\xBB\xBF", 3);
-  const bool otherMark = !utf8Mark && (StartsWith(raw, used, "\xFF\xFE", 2) || StartsWith(raw, used, "\xFE\xFF", 2) ||
-                                       StartsWith(raw, used, "\x00\x00\xFE\xFF", 4));
-  if (otherMark) {
-    // UTF-16 or UTF-32: decoded strictly as ReadBufferFromFile does, then
-    // encoded for the parser.
-    AString wide;
-    UTF_ENCODINGS found = UTF_8;
-    ConvertBufferToUnicode(raw, used, wide, found);
-    std::string utf8;
-    try {
-      utf8 = platform_detail::WideToUtf8(wide.data(), wide.size());
-    } catch (const std::bad_alloc&) {
-      throw ReadWriteException(ENOMEM, "out of memory decoding text");
-    }
-    ParserBuffer converted;
-    if (!converted.reserve(utf8.size() + 1, 0)) throw ReadWriteException(ENOMEM, "out of memory decoding text");
-    std::memcpy(converted.data(), utf8.data(), utf8.size());
-    converted.data()[utf8.size()] = '\0';
-    text = Utf8Text();
-    text.m_size = utf8.size();
-    text.m_p = converted.release();
-    return;
-  }
-  const std::size_t skip = utf8Mark ? 3 : 0;
-  CheckUtf8(raw + skip, used - skip, skip);
-  if (skip) std::memmove(bytes.data(), bytes.data() + skip, used - skip);
-  used -= skip;
-  bytes.data()[used] = '\0';
-  text = Utf8Text();
-  text.m_size = used;
-  text.m_p = bytes.release();
+  TakeUtf8(bytes, used, text);
+  Utf8TextMaker::SetOrigin(text, narrow);
+}
+
+void ConvertBufferToUtf8(const unsigned char* bytes, std::size_t size, Utf8Text& text) {
+  if (!bytes) size = 0;
+  ParserBuffer copy;
+  if (!copy.reserve(size + 1, 0)) throw ReadWriteException(ENOMEM, "out of memory decoding text");
+  if (size) std::memcpy(copy.data(), bytes, size);
+  TakeUtf8(copy, size, text);
 }
 
 void WriteBufferToFile(const AString& path, const AString& text, UTF_ENCODINGS encoding,

@@ -130,9 +130,11 @@ class HostileInputTest : public ::testing::Test {
 
 // ---- Text encodings -------------------------------------------------------------------------------
 
-// kDoc with one name carrying characters of two and four UTF-8 bytes.
-std::u32string Utf32Doc() {
+// kDoc with one name carrying characters of two and four UTF-8 bytes, its
+// declaration naming encoding.
+std::u32string Utf32Doc(const std::string& encoding) {
   std::string doc = kDoc;
+  doc.replace(doc.find("UTF-8"), 5, encoding);
   const std::string from = "Name=\"Vantor_MasterSite\"";
   doc.replace(doc.find(from), from.size(), "Name=\"Vantor_MasterSite\" Extra=\"X\"");
   std::u32string out(doc.begin(), doc.end());
@@ -164,12 +166,30 @@ std::string Encode(const std::u32string& text, bool utf32, bool bigEndian, bool 
 }
 
 TEST_F(HostileInputTest, Utf16LittleEndianWithByteOrderMarkIsRead) {
-  WriteFile(Path(), Encode(Utf32Doc(), false, false, true));
+  WriteFile(Path(), Encode(Utf32Doc("UTF-16"), false, false, true));
   ExpectGoodAnswers(Ask());
 }
 
 TEST_F(HostileInputTest, Utf16BigEndianWithByteOrderMarkIsRead) {
-  WriteFile(Path(), Encode(Utf32Doc(), false, true, true));
+  WriteFile(Path(), Encode(Utf32Doc("UTF-16"), false, true, true));
+  ExpectGoodAnswers(Ask());
+}
+
+// The declaration must name the encoding the byte order mark gives.
+TEST_F(HostileInputTest, EncodingDeclarationThatDoesNotNameTheTextsEncodingIsRefusedAsMalformed) {
+  for (const char* wrong : {"UTF-8", "UTF-16BE", "UTF-32"}) {
+    WriteFile(Path(), Encode(Utf32Doc(wrong), false, false, true));
+    SCOPED_TRACE(wrong);
+    ExpectRefused(Ask(), -5);
+  }
+  WriteFile(Path(), Encode(Utf32Doc("UTF-16"), true, true, true));
+  ExpectRefused(Ask(), -5);
+  std::string utf8 = kDoc;
+  utf8.replace(utf8.find("UTF-8"), 5, "UTF-16");
+  WriteFile(Path(), "\xEF\xBB\xBF" + utf8);
+  ExpectRefused(Ask(), -5);
+  // The name of the mark's byte order is right too.
+  WriteFile(Path(), Encode(Utf32Doc("UTF-16LE"), false, false, true));
   ExpectGoodAnswers(Ask());
 }
 
@@ -182,17 +202,17 @@ TEST_F(HostileInputTest, Utf16WithoutByteOrderMarkOfAsciiTextIsRefusedAsMalforme
 }
 
 TEST_F(HostileInputTest, Utf16WithoutByteOrderMarkOfNonAsciiTextIsUnreadable) {
-  WriteFile(Path(), Encode(Utf32Doc(), false, true, false));
+  WriteFile(Path(), Encode(Utf32Doc("UTF-16"), false, true, false));
   ExpectRefused(Ask(), -10);
 }
 
 TEST_F(HostileInputTest, Utf32LittleEndianWithByteOrderMarkIsRead) {
-  WriteFile(Path(), Encode(Utf32Doc(), true, false, true));
+  WriteFile(Path(), Encode(Utf32Doc("UTF-32"), true, false, true));
   ExpectGoodAnswers(Ask());
 }
 
 TEST_F(HostileInputTest, Utf32BigEndianWithByteOrderMarkIsRead) {
-  WriteFile(Path(), Encode(Utf32Doc(), true, true, true));
+  WriteFile(Path(), Encode(Utf32Doc("UTF-32"), true, true, true));
   ExpectGoodAnswers(Ask());
 }
 
@@ -203,12 +223,12 @@ TEST_F(HostileInputTest, Utf32WithoutByteOrderMarkOfAsciiTextIsRefusedAsMalforme
 }
 
 TEST_F(HostileInputTest, Utf32WithoutByteOrderMarkOfNonAsciiTextIsUnreadable) {
-  WriteFile(Path(), Encode(Utf32Doc(), true, false, false));
+  WriteFile(Path(), Encode(Utf32Doc("UTF-32"), true, false, false));
   ExpectRefused(Ask(), -10);
 }
 
 TEST_F(HostileInputTest, Utf16WithAnUnpairedSurrogateIsUnreadable) {
-  std::string bytes = Encode(Utf32Doc(), false, false, true);
+  std::string bytes = Encode(Utf32Doc("UTF-16"), false, false, true);
   const std::string low = Encode(U"\U0001F600", false, false, false).substr(2);  // the low surrogate alone
   bytes.replace(bytes.find(low), 2, "A\0", 2);
   WriteFile(Path(), bytes);
@@ -216,7 +236,7 @@ TEST_F(HostileInputTest, Utf16WithAnUnpairedSurrogateIsUnreadable) {
 }
 
 TEST_F(HostileInputTest, Utf32WithAValueBeyondUnicodeIsUnreadable) {
-  std::string bytes = Encode(Utf32Doc(), true, false, true);
+  std::string bytes = Encode(Utf32Doc("UTF-32"), true, false, true);
   const std::string face = Encode(U"\U0001F600", true, false, false);
   bytes.replace(bytes.find(face), 4, std::string("\x00\x00\x11\x00", 4));
   WriteFile(Path(), bytes);
@@ -263,15 +283,16 @@ TEST_F(HostileInputTest, TextCdataOrANulByteOutsideTheDocumentElementIsRefusedBy
   ExpectGoodAnswers(Ask());
 }
 
-TEST_F(HostileInputTest, RepeatedAttributeIsReadAsItsFirstValueByEveryReader) {
-  std::string doc = kDoc;
+TEST_F(HostileInputTest, RepeatedAttributeIsRefusedByEveryReader) {
   for (const std::string& from : {std::string("GlobalVersion=\"20250101000000\""), std::string("Type=\"Server\""),
-                                  std::string("FipsMode=\"1\"")}) {
+                                  std::string("FipsMode=\"1\""), std::string("Server=\"mgmt.corp.example:8081\"")}) {
+    std::string doc = kDoc;
     const std::string name = from.substr(0, from.find('='));
-    doc.replace(doc.find(from), from.size(), from + " " + name + "=\"0\"");
+    doc.replace(doc.find(from), from.size(), from + " " + name + "=\"b.example:80\"");
+    WriteFile(Path(), doc);
+    SCOPED_TRACE(name);
+    ExpectRefused(Ask(), -5);
   }
-  WriteFile(Path(), doc);
-  ExpectGoodAnswers(Ask());
 }
 
 TEST_F(HostileInputTest, EveryTruncationOfTheDocumentIsRefused) {
@@ -404,7 +425,7 @@ TEST_F(HostileInputTest, HundredThousandSitesAreReadInDocumentOrder) {
 
 // ---- Entities -------------------------------------------------------------------------------------
 
-TEST_F(HostileInputTest, DeclaredEntitiesAreNeverExpanded) {
+TEST_F(HostileInputTest, DocumentTypeDeclarationIsRefusedByEveryReader) {
   // Ten levels of tenfold references: expanding them would take gigabytes.
   std::string dtd = "<!DOCTYPE ns:SiteLists [<!ENTITY e0 \"lol\">";
   for (int i = 1; i <= 9; ++i) {
@@ -418,15 +439,19 @@ TEST_F(HostileInputTest, DeclaredEntitiesAreNeverExpanded) {
   doc.replace(doc.find("Software"), 8, "&e9;&ext;");
   doc.replace(doc.find("CERT-1"), 6, "&e9;");
   WriteFile(Path(), doc);
-  CSitesHelper helper;
-  tag_Site* list = nullptr;
-  ASSERT_EQ(0, helper.ReadSiteList(Wide(Path()), &list));
-  ASSERT_NE(nullptr, list);
-  EXPECT_EQ(std::wstring(L"&e9;&ext;"), list->httpSite.szRelativePath);
-  helper.FreeSiteListMemory(list);
-  std::vector<std::wstring> certs;
-  ASSERT_EQ(0, helper.GetCaCertificates(Wide(Path()), certs));
-  EXPECT_EQ(std::vector<std::wstring>{L"&e9;"}, certs);
+  ExpectRefused(Ask(), -5);
+  // Even an empty one.
+  std::string bare = kDoc;
+  bare.insert(bare.find("<ns:SiteLists"), "<!DOCTYPE ns:SiteLists>");
+  WriteFile(Path(), bare);
+  ExpectRefused(Ask(), -5);
+}
+
+TEST_F(HostileInputTest, UndeclaredEntityReferenceIsRefusedByEveryReader) {
+  std::string doc = kDoc;
+  doc.replace(doc.find("Software"), 8, "&lol9;");
+  WriteFile(Path(), doc);
+  ExpectRefused(Ask(), -5);
 }
 
 // ---- Passwords ------------------------------------------------------------------------------------

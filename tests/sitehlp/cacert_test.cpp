@@ -160,7 +160,8 @@ TEST_F(CaCertificatesTest, MalformedFileReturnsMinusFiveAndLeavesTheListAsGiven)
   Certificates certificates{L"given"};
   EXPECT_EQ(-5, m_helper.GetCaCertificates(m_wpath, certificates));
   EXPECT_EQ(Certificates{L"given"}, certificates);
-  EXPECT_TRUE(m_log.allMessages().empty());
+  // The refusal's place, at detail level, is the only line.
+  EXPECT_EQ(std::vector<std::wstring>{m_wpath + L":1:101: not well formed: no element found"}, m_log.allMessages());
 }
 
 TEST_F(CaCertificatesTest, DirectoryReturnsMinusTen) {

@@ -220,7 +220,9 @@ TEST_F(ReencryptTest, GarbageReturnsMinus5AndStillWritesAListWithoutSites) {
                 "Type=\"Client\"><SiteList Default=\"1\" Name=\"SomeGUID\"/></ns:SiteLists>",
             written);
   const std::wstring path = Wide(m_config.dataDir() + "/ServerSiteList.xml");
-  EXPECT_EQ((std::vector<std::wstring>{L"Local version of " + path + L" is " + Wide(stamp)}), sink.allMessages());
+  EXPECT_EQ((std::vector<std::wstring>{L"text in memory:1:1: not well formed: syntax error",
+                                       L"Local version of " + path + L" is " + Wide(stamp)}),
+            sink.allMessages());
 }
 
 TEST_F(ReencryptTest, AnEmptyBufferReturnsMinus5) {
@@ -237,12 +239,22 @@ TEST_F(ReencryptTest, MalformedListWritesNoSites) {
 }
 
 TEST_F(ReencryptTest, Utf16BufferWithByteOrderMarkIsRead) {
-  ASSERT_EQ(0, Adjust(Utf16Le(std::string(kDecl) + kRootOpen + kSiteListOpen + HttpIn("a", 1, "") +
+  ASSERT_EQ(0, Adjust(Utf16Le(std::string("<?xml version=\"1.0\" encoding=\"UTF-16\"?>") + kRootOpen + kSiteListOpen + HttpIn("a", 1, "") +
                                   "</SiteList></ns:SiteLists>",
                               true)));
   std::string written = Written();
   sitedoc::MaskPasswords(written);
   EXPECT_EQ(std::string(kDecl) + kRootOpen + kSiteListOpen + HttpOut("a", 1) + "</SiteList></ns:SiteLists>", written);
+}
+
+// As in a file, the declaration must name the encoding the bytes are in.
+TEST_F(ReencryptTest, Utf16BufferDeclaringUtf8IsNotWellFormed) {
+  EXPECT_EQ(-5, Adjust(Utf16Le(std::string(kDecl) + kRootOpen + kSiteListOpen + HttpIn("a", 1, "") +
+                                   "</SiteList></ns:SiteLists>",
+                               true)));
+  std::string written = Written();
+  EXPECT_EQ(14u, sitedoc::MaskStamp(written).size());
+  EXPECT_EQ(std::string::npos, written.find("HttpSite"));
 }
 
 TEST_F(ReencryptTest, Utf16BufferWithoutByteOrderMarkIsNotWellFormed) {
