@@ -25,6 +25,17 @@ ROWS = [
     ("createServerSiteListFromSiteList", "BM_createServerSiteListFromSiteList", ["BM_Floor_LoadSave"], None, None),
     ("GetSiteListBuffer", "BM_GetSiteListBuffer", ["BM_Floor_ReadBytes"], None, None),
     ("CreateSiteListFromBuffer", "BM_CreateSiteListFromBuffer", ["BM_Floor_ParseWalk", "BM_Floor_CreateSiteList"], None, None),
+    # The conforming XML check every read makes first, over the bytes in
+    # memory, against expat without handlers; then the reader against its
+    # floor plus that check.
+    ("conforming XML check alone (expat)", "BM_XmlCheck", ["BM_Floor_XmlCheck"], None, None),
+    ("ReadSiteList, against its floor plus the check", "BM_ReadSiteList",
+     ["BM_Floor_ReadSiteList", "BM_XmlCheck"], None, None),
+    ("ReadSiteList, password elements emptied, against its floor plus the check", "BM_ReadSiteList_NoPasswords",
+     ["BM_Floor_ReadSiteList", "BM_XmlCheck"], None, None),
+    # For the choice of parsers (port/xml/WellFormed.h): no floor.
+    ("expat with empty element and text handlers", "BM_ExpatEmptyHandlers", [], None, None),
+    ("pugixml read-only parse in place", "BM_PugixmlParseInPlace", [], None, None),
 ]
 SIZES = [10, 100, 1000]
 
@@ -75,7 +86,7 @@ def main():
             if t is None:
                 continue
             parts = [times.get(f"{f}/{n}") for f in floors]
-            floor = sum(parts) if all(p is not None for p in parts) else None
+            floor = sum(parts) if parts and all(p is not None for p in parts) else None
             ratio = t / floor if floor else None
             verdict = ""
             if target is not None and (sizes is None or n in sizes) and ratio is not None:

@@ -94,9 +94,10 @@ class AnXml {
   AnXml& operator=(const AnXml&) = delete;
 
   // Reads path as this document. 1 when the file exists, decodes (byte order
-  // marks are honoured, else UTF-8), is well formed and its document element
-  // is named rootName and carries nsAttrName with exactly nsValue; 0
-  // otherwise, leaving the document empty.
+  // marks are honoured, else UTF-8), is well formed (judged as every parse of
+  // AdvXMLParser judges it; a refusal is kept as the thread's last, naming
+  // path) and its document element is named rootName and carries nsAttrName
+  // with exactly nsValue; 0 otherwise, leaving the document empty.
   int useExistingFile(const AString& path, const AString& rootName, const AString& nsAttrName,
                       const AString& nsValue);
   // Writes the document to path crash-safely in UTF-8 (an existing file keeps
