@@ -11,6 +11,15 @@ int wcsicmp(const wchar_t* a, const wchar_t* b) {
   }
 }
 
+bool EqualsIgnoringAsciiCase(const char* a, const char* b) {
+  for (; *a && *b; ++a, ++b) {
+    const char x = (*a >= 'a' && *a <= 'z') ? static_cast<char>(*a - 32) : *a;
+    const char y = (*b >= 'a' && *b <= 'z') ? static_cast<char>(*b - 32) : *b;
+    if (x != y) return false;
+  }
+  return *a == *b;
+}
+
 std::wstring JoinWithCommas(const AStringList& parts) {
   std::wstring out;
   for (size_t i = 0; i < parts.size(); ++i) {

@@ -8,6 +8,7 @@
 #include <pugixml.hpp>
 
 #include "port/fs/SafeWrite.h"
+#include "port/strings/Strings.h"
 #include "port/xml/AdvXMLParser.h"
 
 namespace {
@@ -188,15 +189,6 @@ void KeepEndTags(pugi::xml_document& document, const char* text, std::size_t siz
     if (cur) cur = cur.next_sibling();
   }
   for (pugi::xml_node& n : withEndTag) n.append_child(pugi::node_pcdata);
-}
-
-bool EqualsNoCase(const char* a, const char* b) {
-  for (; *a && *b; ++a, ++b) {
-    const char x = (*a >= 'a' && *a <= 'z') ? static_cast<char>(*a - 32) : *a;
-    const char y = (*b >= 'a' && *b <= 'z') ? static_cast<char>(*b - 32) : *b;
-    if (x != y) return false;
-  }
-  return *a == *b;
 }
 
 }  // namespace
@@ -394,7 +386,7 @@ int AnXml::writeFile(const AString& path, bool bIndent, bool bByteOrderMark) {
     for (pugi::xml_node n = doc.first_child(); n; n = n.next_sibling()) {
       if (n.type() != pugi::node_declaration) continue;
       pugi::xml_attribute encoding = n.attribute("encoding");
-      if (encoding && !EqualsNoCase(encoding.value(), "UTF-8") && !encoding.set_value("UTF-8")) return false;
+      if (encoding && !EqualsIgnoringAsciiCase(encoding.value(), "UTF-8") && !encoding.set_value("UTF-8")) return false;
     }
     std::string out;
     if (bByteOrderMark) out = "\xEF\xBB\xBF";

@@ -3,14 +3,15 @@
 #include <expat.h>
 
 #include <algorithm>
-#include <climits>
 #include <cstring>
+#include <initializer_list>
 #include <memory>
 #include <new>
 #include <type_traits>
 
 #include "platform/AString.h"
 #include "port/log/Log.h"
+#include "port/strings/Strings.h"
 
 namespace port {
 namespace xml {
@@ -30,15 +31,6 @@ struct ParserFree {
 };
 using ParserPtr = std::unique_ptr<std::remove_pointer<XML_Parser>::type, ParserFree>;
 
-bool EqualsNoCase(const char* a, const char* b) {
-  for (; *a && *b; ++a, ++b) {
-    const char x = (*a >= 'a' && *a <= 'z') ? static_cast<char>(*a - 32) : *a;
-    const char y = (*b >= 'a' && *b <= 'z') ? static_cast<char>(*b - 32) : *b;
-    if (x != y) return false;
-  }
-  return *a == *b;
-}
-
 bool AllAscii(const char* text, std::size_t size) {
   unsigned char any = 0;
   for (std::size_t i = 0; i < size; ++i) any |= static_cast<unsigned char>(text[i]);
@@ -46,7 +38,8 @@ bool AllAscii(const char* text, std::size_t size) {
 }
 
 bool NameIn(const char* name, std::initializer_list<const char*> names) {
-  return std::any_of(names.begin(), names.end(), [name](const char* n) { return EqualsNoCase(name, n); });
+  return std::any_of(names.begin(), names.end(),
+                     [name](const char* n) { return EqualsIgnoringAsciiCase(name, n); });
 }
 
 // What the handlers found: the library's own refusals, which stop expat.
@@ -59,12 +52,17 @@ struct Verdict {
   Refusal refusal;
 };
 
+// Where expat is (1-based; its own column is 0-based).
+void PlaceOfParser(XML_Parser parser, Refusal& refusal) {
+  refusal.line = XML_GetCurrentLineNumber(parser);
+  refusal.column = XML_GetCurrentColumnNumber(parser) + 1;
+  const XML_Index index = XML_GetCurrentByteIndex(parser);
+  refusal.offset = index > 0 ? static_cast<std::size_t>(index) : 0;
+}
+
 void RefuseHere(Verdict& v, const char* description) {
   v.refused = true;
-  v.refusal.line = XML_GetCurrentLineNumber(v.parser);
-  v.refusal.column = XML_GetCurrentColumnNumber(v.parser) + 1;
-  const XML_Index index = XML_GetCurrentByteIndex(v.parser);
-  v.refusal.offset = index > 0 ? static_cast<std::size_t>(index) : 0;
+  PlaceOfParser(v.parser, v.refusal);
   v.refusal.description = description;
   XML_StopParser(v.parser, XML_FALSE);
 }
@@ -73,8 +71,9 @@ bool DeclaredEncodingFits(const Verdict& v, const char* name) {
   switch (v.source) {
     case TextSource::Decoded: return true;
     case TextSource::Utf8:
-      return EqualsNoCase(name, "UTF-8") || (NameIn(name, {"US-ASCII", "ISO-8859-1"}) && AllAscii(v.text, v.size));
-    case TextSource::Utf8Marked: return EqualsNoCase(name, "UTF-8");
+      return EqualsIgnoringAsciiCase(name, "UTF-8") ||
+             (NameIn(name, {"US-ASCII", "ISO-8859-1"}) && AllAscii(v.text, v.size));
+    case TextSource::Utf8Marked: return EqualsIgnoringAsciiCase(name, "UTF-8");
     case TextSource::Utf16Le: return NameIn(name, {"UTF-16", "UTF-16LE"});
     case TextSource::Utf16Be: return NameIn(name, {"UTF-16", "UTF-16BE"});
     case TextSource::Utf32Le: return NameIn(name, {"UTF-32", "UTF-32LE", "ISO-10646-UCS-4"});
@@ -125,10 +124,7 @@ void XMLCALL OnDoctype(void* data, const XML_Char*, const XML_Char*, const XML_C
 
 // expat's own refusal, where it stopped.
 void ExpatRefusal(XML_Parser parser, Refusal& refusal) {
-  refusal.line = XML_GetCurrentLineNumber(parser);
-  refusal.column = XML_GetCurrentColumnNumber(parser) + 1;
-  const XML_Index index = XML_GetCurrentByteIndex(parser);
-  refusal.offset = index > 0 ? static_cast<std::size_t>(index) : 0;
+  PlaceOfParser(parser, refusal);
   const XML_LChar* what = XML_ErrorString(XML_GetErrorCode(parser));
   refusal.description = what ? what : "not well-formed";
 }

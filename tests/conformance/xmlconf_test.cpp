@@ -170,8 +170,8 @@ bool DecodeAsTheLibraryReads(const std::string& bytes, std::u32string& text) {
   if (rc == static_cast<std::size_t>(-1)) return false;
   text.clear();
   for (std::size_t i = 0; i + 4 <= out.size() - ol; i += 4) {
-    const char32_t c = static_cast<unsigned char>(out[i]) | static_cast<unsigned char>(out[i + 1]) << 8 |
-                       static_cast<unsigned char>(out[i + 2]) << 16 | static_cast<char32_t>(static_cast<unsigned char>(out[i + 3])) << 24;
+    char32_t c = 0;
+    for (int k = 3; k >= 0; --k) c = (c << 8) | static_cast<unsigned char>(out[i + static_cast<std::size_t>(k)]);
     if (c > 0x10FFFF || (c >= 0xD800 && c <= 0xDFFF)) return false;
     text.push_back(c);
   }
