@@ -1,13 +1,18 @@
 // Crash-safe replacement of a whole file.
 //
 // The new content goes to a temporary file in the target's directory
-// (".<name>.tmp.XXXXXX"), is fsynced, renamed over the target, and the
-// directory is fsynced. A crash at any moment leaves the old file or the new
-// one, never a torn one. A temporary left by a crash has a unique name, so a
-// later write never trips over it; a successful write of the same target
-// removes those older than kStaleTemporaryAgeSeconds, so they do not pile up.
-// An existing target keeps its mode; a new one gets newFileMode. A target that
-// is a symbolic link is replaced by the new file, never followed.
+// (".<name>.tmp.XXXXXX", see Temporary.h), is fsynced, renamed over the
+// target, and the directory is fsynced. A crash at any moment leaves the old
+// file or the new one, never a torn one. The writer holds a lock on its
+// temporary while it lives, so a successful write of a target removes at once
+// every temporary of that target whose writer is gone (killed before its
+// rename), and never one still being written.
+//
+// The new file takes the owner, group and mode of the file it replaces: the
+// owner and group where the process may give them (root may; another user
+// keeps its own), the mode always unless ModeChoice::Exact asks for the mode
+// given. A new file, or one that replaces a symbolic link (replaced, never
+// followed), gets the mode given and the process's owner and group.
 #ifndef VLM_PORT_FS_SAFEWRITE_H
 #define VLM_PORT_FS_SAFEWRITE_H
 
@@ -17,10 +22,6 @@
 #include <string>
 
 namespace port {
-
-// Age after which a temporary of a target is taken as left by a killed
-// writer: no write holds its temporary open nearly that long.
-constexpr long kStaleTemporaryAgeSeconds = 600;
 
 // Which mode the written file gets.
 enum class ModeChoice {

@@ -18,6 +18,7 @@ int RealFstat(int fd, struct stat* st) { return ::fstat(fd, st); }
 int RealStat(const char* path, struct stat* st) { return ::stat(path, st); }
 int RealLstat(const char* path, struct stat* st) { return ::lstat(path, st); }
 int RealFchmod(int fd, mode_t mode) { return ::fchmod(fd, mode); }
+int RealFchown(int fd, uid_t owner, gid_t group) { return ::fchown(fd, owner, group); }
 int RealRename(const char* from, const char* to) { return ::rename(from, to); }
 int RealUnlink(const char* path) { return ::unlink(path); }
 int RealMkdir(const char* path, mode_t mode) { return ::mkdir(path, mode); }
@@ -25,8 +26,8 @@ int RealAccess(const char* path, int mode) { return ::access(path, mode); }
 int RealFcntlLock(int fd, int cmd, struct flock* lock) { return ::fcntl(fd, cmd, lock); }
 
 const SysCalls kReal = {
-    RealOpen,  RealClose,  RealRead,   RealWrite, RealFsync, RealFstat,  RealStat,
-    RealLstat, RealFchmod, RealRename, RealUnlink, RealMkdir, RealAccess, RealFcntlLock,
+    RealOpen,   RealClose,  RealRead,   RealWrite, RealFsync,  RealFstat,  RealStat,     RealLstat,
+    RealFchmod, RealFchown, RealRename, RealUnlink, RealMkdir, RealAccess, RealFcntlLock,
 };
 
 }  // namespace

@@ -23,6 +23,7 @@ struct SysCalls {
   int (*stat)(const char* path, struct stat* st);
   int (*lstat)(const char* path, struct stat* st);
   int (*fchmod)(int fd, mode_t mode);
+  int (*fchown)(int fd, uid_t owner, gid_t group);
   int (*rename)(const char* from, const char* to);
   int (*unlink)(const char* path);
   int (*mkdir)(const char* path, mode_t mode);

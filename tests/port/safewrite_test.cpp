@@ -16,6 +16,7 @@
 
 #include "port/fs/SafeWrite.h"
 #include "port/fs/SysCalls.h"
+#include "port/fs/Temporary.h"
 #include "support/TestSupport.h"
 
 namespace {
@@ -35,6 +36,16 @@ mode_t ModeOf(const std::string& path) {
   struct stat st {};
   if (lstat(path.c_str(), &st) != 0) return static_cast<mode_t>(-1);
   return st.st_mode & 07777;
+}
+
+uid_t OwnerOf(const std::string& path) {
+  struct stat st {};
+  return lstat(path.c_str(), &st) == 0 ? st.st_uid : static_cast<uid_t>(-1);
+}
+
+gid_t GroupOf(const std::string& path) {
+  struct stat st {};
+  return lstat(path.c_str(), &st) == 0 ? st.st_gid : static_cast<gid_t>(-1);
 }
 
 int Replace(const std::string& path, const std::string& bytes, mode_t mode = 0644) {
@@ -134,9 +145,16 @@ int FailFchmodEPERM(int, mode_t) {
   errno = EPERM;
   return -1;
 }
-int FailCloseEIO(int fd) {
-  port::RealSysCalls().close(fd);
+int FailFchownEIO(int, uid_t, gid_t) {
   errno = EIO;
+  return -1;
+}
+int FailLockENOLCK(int, int, struct flock*) {
+  errno = ENOLCK;
+  return -1;
+}
+int FailLstatEACCES(const char*, struct stat*) {
+  errno = EACCES;
   return -1;
 }
 
@@ -159,6 +177,8 @@ TEST_P(SafeWriteFailure, ReturnsErrnoAndLeavesOldFileAndNoTemporary) {
   for (std::size_t i = 0; i < old.size(); ++i) old[i] = static_cast<char>(i * 7);
   WriteFile(target, old);
   ASSERT_EQ(0, chmod(target.c_str(), 0640));
+  // Owned by another user, so that the new file must be given away.
+  ASSERT_EQ(0, chown(target.c_str(), testsupport::kOtherUser, testsupport::kOtherGroup));
 
   port::SysCalls table = port::RealSysCalls();
   GetParam().apply(table);
@@ -168,6 +188,7 @@ TEST_P(SafeWriteFailure, ReturnsErrnoAndLeavesOldFileAndNoTemporary) {
   }
   EXPECT_EQ(old, ReadFile(target));
   EXPECT_EQ(0640u, ModeOf(target));
+  EXPECT_EQ(testsupport::kOtherUser, OwnerOf(target));
   EXPECT_EQ(std::vector<std::string>{"SiteList.xml"}, ListDir(dir.path()));
 }
 
@@ -177,7 +198,9 @@ INSTANTIATE_TEST_SUITE_P(
                       Injection{"write", ENOSPC, [](port::SysCalls& t) { t.write = FailWriteENOSPC; }},
                       Injection{"rename", EXDEV, [](port::SysCalls& t) { t.rename = FailRenameEXDEV; }},
                       Injection{"fchmod", EPERM, [](port::SysCalls& t) { t.fchmod = FailFchmodEPERM; }},
-                      Injection{"close", EIO, [](port::SysCalls& t) { t.close = FailCloseEIO; }}),
+                      Injection{"fchown", EIO, [](port::SysCalls& t) { t.fchown = FailFchownEIO; }},
+                      Injection{"lock", ENOLCK, [](port::SysCalls& t) { t.fcntlLock = FailLockENOLCK; }},
+                      Injection{"lstat", EACCES, [](port::SysCalls& t) { t.lstat = FailLstatEACCES; }}),
     [](const ::testing::TestParamInfo<Injection>& info) { return std::string(info.param.step); });
 
 TEST(SafeWrite, OverrideIsRestoredAfterTheScope) {
@@ -247,7 +270,7 @@ TEST(SafeWrite, TakenTemporaryNameIsRetriedAndDirectoryIsSynced) {
   for (int i = 0; i < 3; ++i) {
     EXPECT_EQ(prefix, g_openPaths[i].substr(0, prefix.size())) << g_openPaths[i];
     EXPECT_EQ(prefix.size() + 6, g_openPaths[i].size()) << g_openPaths[i];
-    EXPECT_EQ(O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, g_openFlags[i]);
+    EXPECT_EQ(O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, g_openFlags[i]);
   }
   // The directory is opened last, to make the rename durable.
   EXPECT_EQ(dir.path(), g_openPaths[3]);
@@ -306,35 +329,49 @@ TEST(SafeWrite, KilledWriterLeavesOldOrNewContentNeverATornOne) {
 
 namespace {
 
-// Sets a file's modification time the given number of seconds into the past.
-void Age(const std::string& path, long seconds) {
-  timespec now{};
-  clock_gettime(CLOCK_REALTIME, &now);
-  const timespec times[2] = {{now.tv_sec - seconds, 0}, {now.tv_sec - seconds, 0}};
-  ASSERT_EQ(0, utimensat(AT_FDCWD, path.c_str(), times, 0));
+// ---- temporaries of writers that are gone ------------------------------------
+
+std::vector<std::string> TemporariesOf(const std::string& dir, const std::string& name) {
+  std::vector<std::string> found;
+  for (const std::string& entry : ListDir(dir))
+    if (entry.rfind("." + name + ".tmp.", 0) == 0) found.push_back(entry);
+  return found;
 }
 
-TEST(SafeWrite, ASuccessfulWriteRemovesOldTemporariesOfItsTargetOnly) {
+TEST(SafeWrite, ASuccessfulWriteRemovesAtOnceEveryTemporaryOfItsTargetWhoseWriterIsGone) {
   TempDir dir;
-  const std::string stale = dir.file(".SiteList.xml.tmp.AAAAAA");
-  const std::string young = dir.file(".SiteList.xml.tmp.BBBBBB");
+  // Just left by killed writers: nobody holds their locks, however young.
+  const std::string left1 = dir.file(".SiteList.xml.tmp.AAAAAA");
+  const std::string left2 = dir.file(".SiteList.xml.tmp.BBBBBB");
   const std::string other = dir.file(".ServerSiteList.xml.tmp.CCCCCC");
-  for (const std::string& p : {stale, young, other}) WriteFile(p, "left by a killed writer");
-  Age(stale, port::kStaleTemporaryAgeSeconds + 5);
-  Age(young, port::kStaleTemporaryAgeSeconds - 60);
-  Age(other, port::kStaleTemporaryAgeSeconds + 5);
+  for (const std::string& p : {left1, left2, other}) WriteFile(p, "left by a killed writer");
 
   ASSERT_EQ(0, Replace(dir.file("SiteList.xml"), "new"));
-  EXPECT_EQ((std::vector<std::string>{".ServerSiteList.xml.tmp.CCCCCC", ".SiteList.xml.tmp.BBBBBB", "SiteList.xml"}),
-            ListDir(dir.path()));
+  EXPECT_EQ((std::vector<std::string>{".ServerSiteList.xml.tmp.CCCCCC", "SiteList.xml"}), ListDir(dir.path()));
   EXPECT_EQ("new", ReadFile(dir.file("SiteList.xml")));
+}
+
+TEST(SafeWrite, ATemporaryBeingWrittenIsNeverRemoved) {
+  TempDir dir;
+  port::Temporary live;  // a writer that has not renamed yet
+  ASSERT_EQ(0, live.create(dir.path(), "SiteList.xml"));
+  ASSERT_EQ(0, Replace(dir.file("SiteList.xml"), "new"));
+  EXPECT_EQ((std::vector<std::string>{live.name(), "SiteList.xml"}), ListDir(dir.path()));
+}
+
+TEST(SafeWrite, ATemporaryAPendingChangeNamesIsKept) {
+  TempDir dir;
+  const std::string named = ".SiteList.xml.tmp.NNNNNN";
+  WriteFile(dir.file(named), "the new list of an interrupted change");
+  WriteFile(dir.file(".pending-change"), "change 1\nput " + named + "/SiteList.xml\nend\n");
+  ASSERT_EQ(0, Replace(dir.file("SiteList.xml"), "new"));
+  EXPECT_EQ((std::vector<std::string>{named, ".pending-change", "SiteList.xml"}), ListDir(dir.path()));
 }
 
 TEST(SafeWrite, AFailedWriteLeavesOldTemporariesAlone) {
   TempDir dir;
-  const std::string stale = dir.file(".SiteList.xml.tmp.AAAAAA");
-  WriteFile(stale, "left by a killed writer");
-  Age(stale, port::kStaleTemporaryAgeSeconds + 5);
+  const std::string left = dir.file(".SiteList.xml.tmp.AAAAAA");
+  WriteFile(left, "left by a killed writer");
   port::SysCalls table = port::RealSysCalls();
   table.rename = [](const char*, const char*) -> int {
     errno = EIO;
@@ -343,6 +380,127 @@ TEST(SafeWrite, AFailedWriteLeavesOldTemporariesAlone) {
   port::ScopedSysCallOverride failing(table);
   EXPECT_EQ(EIO, Replace(dir.file("SiteList.xml"), "new"));
   EXPECT_EQ(std::vector<std::string>{".SiteList.xml.tmp.AAAAAA"}, ListDir(dir.path()));
+}
+
+// The killed writers: each one stops for good in its first write, after it
+// has told the parent through the pipe, with its temporary created and
+// locked.
+int g_stoppedPipe = -1;
+ssize_t StopInWrite(int, const void*, size_t) {
+  const char byte = 'w';
+  if (write(g_stoppedPipe, &byte, 1) != 1) _exit(3);
+  for (;;) pause();
+}
+
+// Starts a writer of target that stops for good in its first write, with its
+// temporary created and locked; returns its pid once it got there.
+pid_t StartStoppedWriter(const std::string& target) {
+  int fds[2];
+  if (pipe(fds) != 0) return -1;
+  const pid_t pid = fork();
+  if (pid == 0) {
+    close(fds[0]);
+    g_stoppedPipe = fds[1];
+    port::SysCalls table = port::RealSysCalls();
+    table.write = StopInWrite;
+    port::Sys() = table;
+    Replace(target, "never written");
+    _exit(2);
+  }
+  close(fds[1]);
+  char byte = 0;
+  const ssize_t got = pid > 0 ? read(fds[0], &byte, 1) : -1;
+  close(fds[0]);
+  return got == 1 ? pid : -1;
+}
+
+bool Kill(pid_t pid) {
+  int status = 0;
+  return kill(pid, SIGKILL) == 0 && waitpid(pid, &status, 0) == pid && WIFSIGNALED(status);
+}
+
+TEST(SafeWrite, AfterAThousandKilledWritersOneWriteLeavesNoTemporary) {
+  TempDir dir;
+  const std::string target = dir.file("SiteList.xml");
+  ASSERT_EQ(0, Replace(target, "old"));
+  constexpr std::size_t kKills = 1000;
+  for (std::size_t i = 0; i < kKills; ++i) {
+    const pid_t pid = StartStoppedWriter(target);
+    ASSERT_GT(pid, 0) << "round " << i;
+    ASSERT_TRUE(Kill(pid)) << "round " << i;
+  }
+  ASSERT_EQ(kKills, TemporariesOf(dir.path(), "SiteList.xml").size());
+
+  // One more writer, alive in the middle of its write: the sweep of the
+  // next successful write removes the thousand, never the live one.
+  const pid_t live = StartStoppedWriter(target);
+  ASSERT_GT(live, 0);
+  ASSERT_EQ(0, Replace(target, "written beside a live writer"));
+  EXPECT_EQ(1u, TemporariesOf(dir.path(), "SiteList.xml").size());
+  ASSERT_TRUE(Kill(live));
+  ASSERT_EQ(0, Replace(target, "final"));
+  EXPECT_EQ(std::vector<std::string>{"SiteList.xml"}, ListDir(dir.path()));
+  EXPECT_EQ("final", ReadFile(target));
+}
+
+// ---- owner, group and mode of the replaced file ------------------------------
+
+TEST(SafeWrite, AsRootTheReplacementKeepsTheOwnerGroupAndModeOfAnotherUsersFile) {
+  ASSERT_EQ(0u, geteuid()) << "the suite runs as root";
+  TempDir dir;
+  const std::string target = dir.file("SiteList.xml");
+  WriteFile(target, "the agent's list");
+  ASSERT_EQ(0, chown(target.c_str(), testsupport::kOtherUser, testsupport::kOtherGroup));
+  ASSERT_EQ(0, chmod(target.c_str(), 0640));
+  ASSERT_EQ(0, Replace(target, "written by root", 0600));
+  EXPECT_EQ("written by root", ReadFile(target));
+  EXPECT_EQ(testsupport::kOtherUser, OwnerOf(target));
+  EXPECT_EQ(testsupport::kOtherGroup, GroupOf(target));
+  EXPECT_EQ(0640u, ModeOf(target));
+  // A new file is root's own, with the mode given.
+  ASSERT_EQ(0, Replace(dir.file("new.bin"), "x", 0600));
+  EXPECT_EQ(0u, OwnerOf(dir.file("new.bin")));
+  EXPECT_EQ(0u, GroupOf(dir.file("new.bin")));
+  EXPECT_EQ(0600u, ModeOf(dir.file("new.bin")));
+}
+
+TEST(SafeWrite, AsRootAnExactModeStillKeepsTheOwnerAndGroup) {
+  TempDir dir;
+  const std::string target = dir.file("reqseckey.bin");
+  WriteFile(target, "old key");
+  ASSERT_EQ(0, chown(target.c_str(), testsupport::kOtherUser, testsupport::kOtherGroup));
+  ASSERT_EQ(0, chmod(target.c_str(), 0644));
+  ASSERT_EQ(0, port::ReplaceFileContents(target, "key", 3, 0600, port::ModeChoice::Exact));
+  EXPECT_EQ(testsupport::kOtherUser, OwnerOf(target));
+  EXPECT_EQ(testsupport::kOtherGroup, GroupOf(target));
+  EXPECT_EQ(0600u, ModeOf(target));
+}
+
+TEST(SafeWrite, AsAnotherUserTheReplacementKeepsItsOwnFileAndCannotGiveOneAway) {
+  TempDir dir;
+  testsupport::OpenToOtherUsers(dir.path());
+  const std::string own = dir.file("own.xml");
+  const std::string roots = dir.file("roots.xml");
+  WriteFile(own, "the agent's");
+  ASSERT_EQ(0, chown(own.c_str(), testsupport::kOtherUser, testsupport::kOtherGroup));
+  ASSERT_EQ(0, chmod(own.c_str(), 0640));
+  WriteFile(roots, "root's");
+  ASSERT_EQ(0, chmod(roots.c_str(), 0664));
+  const int rc = testsupport::RunAsOtherUser([&] {
+    if (Replace(own, "replaced by its owner", 0600) != 0) return 1;
+    // The folder lets the other user replace root's file, but a process that
+    // is not root may not give a file away: the new one is its own.
+    if (Replace(roots, "replaced by another user", 0600) != 0) return 2;
+    return 0;
+  });
+  ASSERT_EQ(0, rc);
+  EXPECT_EQ("replaced by its owner", ReadFile(own));
+  EXPECT_EQ(testsupport::kOtherUser, OwnerOf(own));
+  EXPECT_EQ(testsupport::kOtherGroup, GroupOf(own));
+  EXPECT_EQ(0640u, ModeOf(own));
+  EXPECT_EQ("replaced by another user", ReadFile(roots));
+  EXPECT_EQ(testsupport::kOtherUser, OwnerOf(roots));
+  EXPECT_EQ(0664u, ModeOf(roots));
 }
 
 }  // namespace

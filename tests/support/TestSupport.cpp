@@ -1,7 +1,9 @@
 #include "support/TestSupport.h"
 
+#include <grp.h>
 #include <stdlib.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -117,6 +119,26 @@ std::string ReadFile(const std::string& path) {
   std::ostringstream ss;
   ss << in.rdbuf();
   return ss.str();
+}
+
+int RunAsOtherUser(const std::function<int()>& body) {
+  const pid_t pid = fork();
+  if (pid < 0) return -2;
+  if (pid == 0) {
+    const gid_t group = kOtherGroup;
+    if (setgroups(1, &group) != 0 || setgid(kOtherGroup) != 0 || setuid(kOtherUser) != 0 || geteuid() != kOtherUser)
+      _exit(255);
+    // _exit: no destructor, atexit handler or test framework code of the
+    // parent runs in the child.
+    _exit(body() & 0xFF);
+  }
+  int status = 0;
+  if (waitpid(pid, &status, 0) != pid || !WIFEXITED(status)) return -2;
+  return WEXITSTATUS(status) == 255 ? -1 : WEXITSTATUS(status);
+}
+
+void OpenToOtherUsers(const std::string& dir) {
+  if (chmod(dir.c_str(), 0777) != 0) throw std::runtime_error("cannot open " + dir + " to other users");
 }
 
 bool FileExists(const std::string& path) { return access(path.c_str(), F_OK) == 0; }

@@ -5,6 +5,9 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/types.h>
+
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -93,6 +96,20 @@ class ConfigScope {
  private:
   TempDir m_dir;
 };
+
+// The user and group a test acts as when it needs a user other than root
+// (the tests run as root): nobody and nogroup.
+constexpr uid_t kOtherUser = 65534;
+constexpr gid_t kOtherGroup = 65534;
+
+// Runs body in a forked child that has dropped to kOtherUser and kOtherGroup
+// (supplementary groups cleared, then setgid, then setuid) and returns what
+// body returned (0 to 254); -1 when the child could not drop its rights, -2
+// when it did not end normally. The child never returns into the test.
+int RunAsOtherUser(const std::function<int()>& body);
+
+// Lets other users into dir: mode 0777 (a test directory is made 0700).
+void OpenToOtherUsers(const std::string& dir);
 
 // Whole-file helpers.
 void WriteFile(const std::string& path, const std::string& bytes);
