@@ -26,6 +26,8 @@ KeyInfo Info(ConfigKey key) {
     case ConfigKey::LogLevel: return {"VLM_LOG_LEVEL", "info"};
     case ConfigKey::RootPrefix: return {"VLM_ROOT_PREFIX", ""};
     case ConfigKey::LogSink: return {"VLM_LOG_SINK", "syslog"};
+    case ConfigKey::LockMode: return {"VLM_LOCK_MODE", "0660"};
+    case ConfigKey::MaxSiteListBytes: return {"VLM_MAX_SITELIST_BYTES", "16777216"};
   }
   return {"", ""};
 }
@@ -84,6 +86,27 @@ AString DefaultFtpUpdateHost() { return AString(GetConfigValue(ConfigKey::Defaul
 
 std::string UnderRootPrefix(const std::string& absolutePath) {
   return GetConfigValue(ConfigKey::RootPrefix) + absolutePath;
+}
+
+unsigned LockFileMode(bool& valid) {
+  const std::string text = GetConfigValue(ConfigKey::LockMode);
+  valid = true;
+  if (text.empty()) return kDefaultLockMode;  // no setting
+  valid = text.size() <= 4 && text.find_first_not_of("01234567") == std::string::npos;
+  const unsigned mode = valid ? static_cast<unsigned>(std::strtoul(text.c_str(), nullptr, 8)) : 0;
+  // Nothing for other users, and the owner must be able to lock.
+  valid = valid && mode <= 0777 && (mode & 0007) == 0 && (mode & 0600) == 0600;
+  return valid ? mode : kDefaultLockMode;
+}
+
+unsigned LockFolderMode(unsigned lockFileMode) { return 0700 | ((lockFileMode & 0070) ? 0070 : 0); }
+
+unsigned long long MaxSiteListBytes() {
+  const std::string text = GetConfigValue(ConfigKey::MaxSiteListBytes);
+  if (text.empty() || text.size() > 19 || text.find_first_not_of("0123456789") != std::string::npos)
+    return kDefaultMaxSiteListBytes;
+  const unsigned long long bytes = std::strtoull(text.c_str(), nullptr, 10);
+  return bytes > 0 ? bytes : kDefaultMaxSiteListBytes;
 }
 
 }  // namespace port

@@ -14,6 +14,8 @@
 //   log_level           VLM_LOG_LEVEL              info (error|warning|info|detail)
 //   root_prefix         VLM_ROOT_PREFIX            (empty)
 //   log_sink            VLM_LOG_SINK               syslog (syslog|stderr|none)
+//   lock_mode           VLM_LOCK_MODE              0660 (octal; see LockFileMode)
+//   max_sitelist_bytes  VLM_MAX_SITELIST_BYTES     16777216 (16 MiB)
 //
 // root_prefix is prepended to fixed absolute locations of the agent (the
 // standard site list path) so that tests never write under the real /opt.
@@ -48,6 +50,8 @@ enum class ConfigKey {
   LogLevel,
   RootPrefix,
   LogSink,
+  LockMode,
+  MaxSiteListBytes,
 };
 
 // The current value of key: explicit setting, else environment, else default.
@@ -65,6 +69,24 @@ AString DefaultHttpUpdateHost();
 AString DefaultFtpUpdateHost();
 // root_prefix + path, for fixed absolute locations of the agent.
 std::string UnderRootPrefix(const std::string& absolutePath);
+
+// Default mode of the lock files, and of their folder.
+constexpr unsigned kDefaultLockMode = 0660;
+constexpr unsigned kDefaultLockFolderMode = 0770;
+// The permission bits lock files are created with. A configured value is
+// refused, and the default used, when it is not octal, has bits beyond 0777,
+// gives other users any access, or withholds reading and writing from the
+// owner (who could then not lock). valid tells which.
+unsigned LockFileMode(bool& valid);
+// The folder of the lock files: the owner's bits, and the group's when the
+// lock files give the group any access.
+unsigned LockFolderMode(unsigned lockFileMode);
+
+// Default limit on the size of a site list that is read.
+constexpr unsigned long long kDefaultMaxSiteListBytes = 16ull * 1024 * 1024;
+// The size in bytes beyond which a site list is not read: a positive decimal
+// number; anything else gives the default.
+unsigned long long MaxSiteListBytes();
 
 }  // namespace port
 

@@ -22,6 +22,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdio>
 #include <mutex>
 #include <set>
 #include <thread>
@@ -30,10 +31,12 @@
 #include "port/config/IConfiguration.h"
 #include "port/fs/AFile.h"
 #include "port/fs/SysCalls.h"
+#include "port/log/Log.h"
 
 namespace {
 
 constexpr int kWaitForever = 0x7FFFFFFF;
+constexpr wchar_t kComponent[] = L"SiteHlp";
 
 void CloseKeepErrno(int fd) {
   const int saved = errno;
@@ -41,32 +44,90 @@ void CloseKeepErrno(int fd) {
   errno = saved;
 }
 
-// Lock files whose mode this process has already checked. A lock file is
-// never deleted, so once checked it keeps its mode: every later lock of it
-// saves the fstat (a lock is a handful of system calls, and the cache hit of
-// the site list is little more than one lock).
-bool FirstOpenOf(const std::string& path) {
+// Texts this process has already acted on once: lock files whose mode it has
+// checked (a lock file is never deleted, so once checked it keeps its mode,
+// and every later lock of it saves the fstat: a lock is a handful of system
+// calls, and the cache hit of the site list is little more than one lock),
+// and the reports it has logged.
+bool FirstTime(const std::string& key) {
   static std::mutex mutex;
-  static std::set<std::string> checked;
+  static std::set<std::string> seen;
   std::lock_guard<std::mutex> guard(mutex);
-  return checked.insert(path).second;
+  return seen.insert(key).second;
 }
 
-// Opens (creating if needed) the lock file, and its directory when missing.
+std::wstring Octal(unsigned mode) {
+  char text[8];
+  std::snprintf(text, sizeof text, "%04o", mode & 07777);
+  return AString(std::string(text));
+}
+
+// Creates the lock folder (and its missing parents) with its mode exact,
+// whatever the umask: no other user may lock, create or list lock files.
+bool CreateLockFolder(const std::string& dir, unsigned mode) {
+  const std::string::size_type slash = dir.rfind('/');
+  if (slash != std::string::npos && slash > 0 && !AFiler::createDirectories(AString(dir.substr(0, slash))))
+    return false;
+  if (port::Sys().mkdir(dir.c_str(), mode) != 0) return errno == EEXIST;
+  const int fd = port::Sys().open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC, 0);
+  if (fd < 0) return false;
+  const bool ok = port::Sys().fchmod(fd, mode) == 0;
+  CloseKeepErrno(fd);
+  return ok;
+}
+
+// An existing folder open to other users lets them replace lock files: it is
+// reported once, not changed (it may be a folder other programs share).
+void CheckLockFolder(const std::string& dir, unsigned folderMode) {
+  struct stat st {};
+  if (port::Sys().stat(dir.c_str(), &st) != 0 || (st.st_mode & 0007) == 0) return;
+  if (FirstTime("folder " + dir))
+    logError(kComponent, L"Lock folder " + AString(dir) + L" is open to other users (mode " + Octal(st.st_mode) +
+                             L"); it should be " + Octal(folderMode));
+}
+
+// A lock file this process owns gets exactly the configured mode (a wider
+// one is narrowed, one the umask cut is completed); one of another owner
+// that other users may open is reported once and used as it is.
+void CheckLockFile(int fd, const std::string& path, unsigned mode) {
+  struct stat st {};
+  if (port::Sys().fstat(fd, &st) != 0) return;
+  if (st.st_uid == geteuid()) {
+    if ((st.st_mode & 07777) != mode) port::Sys().fchmod(fd, mode);
+    return;
+  }
+  if ((st.st_mode & 0007) != 0 && FirstTime("file " + path))
+    logError(kComponent, L"Lock file " + AString(path) + L" is open to other users (mode " + Octal(st.st_mode) +
+                             L") and owned by another user: it is used as it is");
+}
+
+// The configured lock file mode; a refused setting is logged once.
+unsigned LockMode() {
+  bool valid = true;
+  const unsigned mode = port::LockFileMode(valid);
+  if (valid) return mode;
+  const std::string setting = port::GetConfigValue(port::ConfigKey::LockMode);
+  if (FirstTime("mode " + setting))
+    logError(kComponent, L"VLM_LOCK_MODE " + AString(setting) +
+                             L" is refused (it must be octal, give other users no access and let the owner read "
+                             L"and write): lock files are made " + Octal(mode));
+  return mode;
+}
+
+// Opens (creating if needed) the lock file, and its folder when missing.
 int OpenLockFile(const std::string& name) {
+  const unsigned mode = LockMode();
   const std::string dir = port::LockDirectory();
   const std::string path = dir + "/" + name + ".lock";
-  int fd = port::Sys().open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666);
+  int fd = port::Sys().open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, mode);
   if (fd < 0 && errno == ENOENT) {
-    if (!AFiler::createDirectories(AString(dir))) return -1;
-    fd = port::Sys().open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666);
+    if (!CreateLockFolder(dir, port::LockFolderMode(mode))) return -1;
+    fd = port::Sys().open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, mode);
   }
-  // Agent processes of other users must be able to open the file read-write
-  // to lock it: undo the umask on a lock file we own.
-  struct stat st {};
-  if (fd >= 0 && FirstOpenOf(path) && port::Sys().fstat(fd, &st) == 0 && st.st_uid == geteuid() &&
-      (st.st_mode & 0666) != 0666)
-    port::Sys().fchmod(fd, 0666);
+  if (fd >= 0 && FirstTime("lock " + path)) {
+    CheckLockFolder(dir, port::LockFolderMode(mode));
+    CheckLockFile(fd, path, mode);
+  }
   return fd;
 }
 

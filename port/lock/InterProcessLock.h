@@ -10,7 +10,15 @@
 //  - the kernel releases it when the holder dies, so a crashed process never
 //    leaves the site list locked;
 //  - the lock file is never deleted: deleting it would let a new opener lock
-//    a different inode than a waiting one.
+//    a different inode than a waiting one;
+//  - other users can neither lock nor open a lock file: holding one would stop
+//    the agent. Lock files are made with the configured lock mode (0660 by
+//    default, VLM_LOCK_MODE; a mode giving other users any access is refused)
+//    in a folder made 0770 (the group's bits only when the lock mode has
+//    some). A lock file this process owns is given exactly that mode the
+//    first time it is opened, so a wider one is narrowed; one of another
+//    owner that other users may open, and a folder open to other users, are
+//    logged once and used as they are.
 // lock(wait): wait in milliseconds; 0x7FFFFFFF means no practical limit.
 // Returns false when the lock cannot be had (the caller logs it).
 // A lock object is used by one thread; the destructor releases it.

@@ -8,6 +8,9 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <set>
+#include <vector>
+#include <string>
 #include <thread>
 
 #include "port/config/IConfiguration.h"
@@ -19,6 +22,16 @@ namespace {
 using testsupport::ConfigScope;
 using testsupport::FileExists;
 using testsupport::WriteFile;
+
+// Sets the umask for one test and puts the old one back.
+class UmaskScope {
+ public:
+  explicit UmaskScope(mode_t mask) : m_old(umask(mask)) {}
+  ~UmaskScope() { umask(m_old); }
+
+ private:
+  mode_t m_old;
+};
 
 constexpr int kGotLock = 10;
 constexpr int kNoLock = 20;
@@ -218,16 +231,22 @@ TEST_F(LockTest, LockDirectoryThatIsAFileFails) {
   EXPECT_FALSE(r.isLocked());
 }
 
-// Counts descriptors: a failed lock must not leak its lock file descriptor.
+// Counts lock file descriptors (the folder, opened once to set its mode when
+// it is made, is not one): a failed lock must not leak its descriptor.
 int g_opens = 0;
 int g_closes = 0;
+std::set<int> g_lockFds;
 int CountingOpen(const char* path, int flags, mode_t mode) {
   const int fd = port::RealSysCalls().open(path, flags, mode);
-  if (fd >= 0) ++g_opens;
+  const std::string p(path);
+  if (fd >= 0 && p.size() > 5 && p.compare(p.size() - 5, 5, ".lock") == 0) {
+    ++g_opens;
+    g_lockFds.insert(fd);
+  }
   return fd;
 }
 int CountingClose(int fd) {
-  ++g_closes;
+  if (g_lockFds.erase(fd)) ++g_closes;
   return port::RealSysCalls().close(fd);
 }
 int FailFcntlEIO(int, int, struct flock*) {
@@ -262,6 +281,141 @@ TEST_F(LockTest, DescriptorIsHeldOnlyWhileLocked) {
   EXPECT_EQ(0, g_closes);
   r.unlock();
   EXPECT_EQ(1, g_closes);
+}
+
+// ---- who may open lock files ---------------------------------------------------
+
+mode_t ModeOf(const std::string& path) {
+  struct stat st {};
+  return stat(path.c_str(), &st) == 0 ? (st.st_mode & 07777) : static_cast<mode_t>(-1);
+}
+
+// In a child running as another user: 0 when no lock file can be opened or
+// locked, but a plain file beside them can be read (the control: what stops
+// the user is the lock files' modes, not the way to them).
+int OtherUserCanOpenNoLockFile(const std::string& lockDir, const std::string& probe) {
+  return testsupport::RunAsOtherUser([&] {
+    const int readable = open(probe.c_str(), O_RDONLY);
+    if (readable < 0) return 10;
+    close(readable);
+    for (const char* name : {"SiteListLock", "SmartSiteListLock"}) {
+      const std::string path = lockDir + "/" + name + ".lock";
+      for (int flags : {O_RDONLY, O_RDWR}) {
+        const int fd = open(path.c_str(), flags);
+        if (fd >= 0) return 20;
+        if (errno != EACCES) return 30;
+      }
+      InterProcessReadLock lock(name);
+      if (lock.lock(0)) return 40;
+    }
+    return 0;
+  });
+}
+
+class LockAccessTest : public LockTest {
+ protected:
+  LockAccessTest() {
+    testsupport::OpenToOtherUsers(config.dir().path());
+    WriteFile(config.dir().file("probe"), "readable by anyone");
+    chmod(config.dir().file("probe").c_str(), 0644);
+  }
+  void TakeBothLocks() {
+    for (const char* name : {"SiteListLock", "SmartSiteListLock"}) {
+      InterProcessWriteLock lock(name);
+      ASSERT_TRUE(lock.lock(0)) << name;
+    }
+  }
+  std::string lockFile(const char* name) const { return lockDir() + "/" + name + ".lock"; }
+  testsupport::CapturingLogSink m_log;
+};
+
+TEST_F(LockAccessTest, AProcessOfAnotherUserCanOpenNoLockFile) {
+  UmaskScope mask(0);  // the modes must not depend on the umask
+  TakeBothLocks();
+  EXPECT_EQ(0770u, ModeOf(lockDir()));
+  EXPECT_EQ(0660u, ModeOf(lockFile("SiteListLock")));
+  EXPECT_EQ(0660u, ModeOf(lockFile("SmartSiteListLock")));
+  EXPECT_EQ(0, OtherUserCanOpenNoLockFile(lockDir(), config.dir().file("probe")));
+  // Even in a folder open to everyone, the files themselves keep others out.
+  ASSERT_EQ(0, chmod(lockDir().c_str(), 0777));
+  EXPECT_EQ(0, OtherUserCanOpenNoLockFile(lockDir(), config.dir().file("probe")));
+  EXPECT_TRUE(m_log.allMessages().empty());
+}
+
+TEST_F(LockAccessTest, TheUmaskDoesNotWidenOrNarrowTheModes) {
+  UmaskScope mask(027);
+  TakeBothLocks();
+  EXPECT_EQ(0770u, ModeOf(lockDir()));
+  EXPECT_EQ(0660u, ModeOf(lockFile("SiteListLock")));
+}
+
+TEST_F(LockAccessTest, AWiderLockFileTheLibraryOwnsIsNarrowed) {
+  ASSERT_EQ(0, mkdir(lockDir().c_str(), 0777));
+  ASSERT_EQ(0, chmod(lockDir().c_str(), 0777));
+  for (const char* name : {"SiteListLock", "SmartSiteListLock"}) {
+    WriteFile(lockFile(name), "");
+    ASSERT_EQ(0, chmod(lockFile(name).c_str(), 0666));
+  }
+  // The way an earlier version left them: anyone could hold them.
+  ASSERT_NE(0, OtherUserCanOpenNoLockFile(lockDir(), config.dir().file("probe")));
+  TakeBothLocks();
+  EXPECT_EQ(0660u, ModeOf(lockFile("SiteListLock")));
+  EXPECT_EQ(0660u, ModeOf(lockFile("SmartSiteListLock")));
+  EXPECT_EQ(0, OtherUserCanOpenNoLockFile(lockDir(), config.dir().file("probe")));
+  // The folder may be shared with other programs: it is reported, not changed.
+  EXPECT_EQ(0777u, ModeOf(lockDir()));
+  EXPECT_EQ(std::vector<std::wstring>{L"Lock folder " + testsupport::Wide(lockDir()) +
+                                      L" is open to other users (mode 0777); it should be 0770"},
+            m_log.messages(port::LogLevel::Error));
+}
+
+TEST_F(LockAccessTest, AnOpenLockFileOfAnotherOwnerIsReportedOnceAndUsed) {
+  ASSERT_EQ(0, mkdir(lockDir().c_str(), 0770));
+  WriteFile(lockFile("SiteListLock"), "");
+  ASSERT_EQ(0, chown(lockFile("SiteListLock").c_str(), testsupport::kOtherUser, testsupport::kOtherGroup));
+  ASSERT_EQ(0, chmod(lockFile("SiteListLock").c_str(), 0666));
+  for (int i = 0; i < 3; ++i) {
+    InterProcessWriteLock lock("SiteListLock");
+    ASSERT_TRUE(lock.lock(0));
+  }
+  EXPECT_EQ(0666u, ModeOf(lockFile("SiteListLock")));
+  EXPECT_EQ(std::vector<std::wstring>{L"Lock file " + testsupport::Wide(lockFile("SiteListLock")) +
+                                      L" is open to other users (mode 0666) and owned by another user: it is used "
+                                      L"as it is"},
+            m_log.messages(port::LogLevel::Error));
+}
+
+TEST_F(LockAccessTest, TheLockModeSettingGivesTheModeOfLockFilesAndTheirFolder) {
+  port::SetConfigValue(port::ConfigKey::LockMode, "0600");
+  TakeBothLocks();
+  EXPECT_EQ(0700u, ModeOf(lockDir()));
+  EXPECT_EQ(0600u, ModeOf(lockFile("SiteListLock")));
+  EXPECT_TRUE(m_log.allMessages().empty());
+}
+
+TEST_F(LockAccessTest, ALockModeThatLetsOtherUsersInOrKeepsTheOwnerOutIsRefused) {
+  for (const char* setting : {"0666", "0604", "0661", "0460", "1660", "0o660", "660x", "", "-660"}) {
+    SCOPED_TRACE(setting);
+    testsupport::TempDir locks;
+    port::SetConfigValue(port::ConfigKey::LockDir, locks.file("locks"));
+    port::SetConfigValue(port::ConfigKey::LockMode, setting);
+    m_log.clear();
+    {
+      InterProcessWriteLock lock("SiteListLock");
+      ASSERT_TRUE(lock.lock(0));
+      InterProcessWriteLock again("SmartSiteListLock");
+      ASSERT_TRUE(again.lock(0));
+    }
+    EXPECT_EQ(0660u, ModeOf(locks.file("locks/SiteListLock.lock")));
+    EXPECT_EQ(0770u, ModeOf(locks.file("locks")));
+    // An empty setting is no setting: the default, and nothing to report.
+    const std::vector<std::wstring> expected =
+        *setting ? std::vector<std::wstring>{L"VLM_LOCK_MODE " + testsupport::Wide(setting) +
+                                             L" is refused (it must be octal, give other users no access and let "
+                                             L"the owner read and write): lock files are made 0660"}
+                 : std::vector<std::wstring>{};
+    EXPECT_EQ(expected, m_log.messages(port::LogLevel::Error));
+  }
 }
 
 }  // namespace
