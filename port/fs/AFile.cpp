@@ -30,9 +30,11 @@ class Fd {
   int m_fd;
 };
 
-// Reads a whole regular file; its permission bits go to mode.
+// Reads a whole regular file; its permission bits go to mode. Never blocks:
+// a FIFO opened without O_NONBLOCK would wait for a writer, so the type is
+// checked on a descriptor opened without waiting.
 bool ReadRegularFile(const std::string& path, std::vector<unsigned char>& out, mode_t& mode) {
-  Fd fd(port::Sys().open(path.c_str(), O_RDONLY | O_CLOEXEC, 0));
+  Fd fd(port::Sys().open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, 0));
   if (fd.get() < 0) return false;
   struct stat st {};
   if (port::Sys().fstat(fd.get(), &st) != 0) return false;

@@ -16,10 +16,11 @@ class AFile {
   // True when path names an existing file of any kind; a symbolic link is
   // followed, so a dangling one does not exist.
   static bool exists(const AString& path);
-  // Reads the whole regular file; false when it cannot be read.
+  // Reads the whole regular file; false when it cannot be read or is not a
+  // regular file (never waits on a FIFO).
   static bool read(const AString& path, ABuffer& contents);
   // Replaces the whole file crash-safely (see SafeWrite.h); a new file gets
-  // newFileMode, an existing one keeps its mode.
+  // newFileMode, an existing one keeps its owner, group and mode.
   static bool write(const AString& path, const unsigned char* data, std::size_t size, mode_t newFileMode = 0644);
   // Like write, but the file always ends with exactly mode (an existing file
   // with wider permissions is narrowed): for secrets such as request keys.

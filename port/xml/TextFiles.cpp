@@ -18,6 +18,7 @@
 
 #include <pugixml.hpp>
 
+#include "port/config/IConfiguration.h"
 #include "port/fs/SafeWrite.h"
 #include "port/fs/SysCalls.h"
 #include "port/xml/AdvXMLParser.h"
@@ -47,10 +48,47 @@ class Descriptor {
   }
   Descriptor(const Descriptor&) = delete;
   Descriptor& operator=(const Descriptor&) = delete;
+  int release() {
+    const int fd = m_fd;
+    m_fd = -1;
+    return fd;
+  }
 
  private:
   int m_fd;
 };
+
+// A site list larger than the configured limit is not read: its tree alone
+// would take several times its size.
+void CheckSize(unsigned long long bytes) {
+  const unsigned long long limit = port::MaxSiteListBytes();
+  if (bytes <= limit) return;
+  throw ReadWriteException(EFBIG, "larger than the limit of " + std::to_string(limit) +
+                                      " bytes (VLM_MAX_SITELIST_BYTES): " + std::to_string(bytes) + " bytes or more");
+}
+
+// Opens a site list for reading without ever blocking: O_NONBLOCK keeps the
+// open of a FIFO from waiting for a writer (and is no-op for the regular
+// file read afterwards), and the type is checked on the descriptor itself,
+// so nothing can be swapped in between. Only a regular file within the size
+// limit is read; a socket cannot even be opened (ENXIO). Returns the
+// descriptor; st receives its status.
+int OpenForReading(const std::string& narrow, struct stat& st) {
+  errno = 0;
+  const int fd = port::Sys().open(narrow.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, 0);
+  if (fd < 0) {
+    const int code = LastError();
+    if (code == ENXIO) throw ReadWriteException(code, "not a regular file");
+    ThrowIo(code, "cannot open", narrow);
+  }
+  Descriptor guard(fd);
+  errno = 0;
+  if (port::Sys().fstat(fd, &st) != 0) ThrowIo(LastError(), "cannot stat", narrow);
+  if (!S_ISREG(st.st_mode))
+    throw ReadWriteException(S_ISDIR(st.st_mode) ? EISDIR : EINVAL, "not a regular file");
+  CheckSize(static_cast<unsigned long long>(st.st_size));
+  return guard.release();
+}
 
 static_assert(sizeof(wchar_t) == 4, "wide text is UTF-32");
 
@@ -360,15 +398,9 @@ void TakeUtf8(ParserBuffer& bytes, std::size_t used, Utf8Text& text) {
 
 void ReadBufferFromFile(const AString& path, AString& text, UTF_ENCODINGS& encoding, FilterFunction filter) {
   const ACharString narrow(path);
-  const int fd = port::Sys().open(narrow.c_str(), O_RDONLY | O_CLOEXEC, 0);
-  if (fd < 0) ThrowIo(LastError(), "cannot open", narrow);
-  Descriptor guard(fd);
-
   struct stat st {};
-  if (port::Sys().fstat(fd, &st) != 0) ThrowIo(LastError(), "cannot stat", narrow);
-  if (S_ISDIR(st.st_mode)) ThrowIo(EISDIR, "cannot read", narrow);
-  // Devices and pipes could block or never end.
-  if (!S_ISREG(st.st_mode)) ThrowIo(EINVAL, "not a regular file:", narrow);
+  const int fd = OpenForReading(narrow, st);
+  Descriptor guard(fd);
 
   // Sized from fstat plus one byte, so the end is normally seen without a
   // second allocation; a file that grows meanwhile is still read whole.
@@ -392,6 +424,7 @@ void ReadBufferFromFile(const AString& path, AString& text, UTF_ENCODINGS& encod
     }
     if (got == 0) break;
     used += static_cast<std::size_t>(got);
+    CheckSize(used);  // a file that grows while it is read
   }
 
   UTF_ENCODINGS found = UTF_8;
@@ -405,14 +438,9 @@ void ReadBufferFromFile(const AString& path, AString& text, UTF_ENCODINGS& encod
 // The reading of ReadBufferFromFile, into a buffer the parser takes over.
 void ReadUtf8FromFile(const AString& path, Utf8Text& text) {
   const ACharString narrow(path);
-  const int fd = port::Sys().open(narrow.c_str(), O_RDONLY | O_CLOEXEC, 0);
-  if (fd < 0) ThrowIo(LastError(), "cannot open", narrow);
-  Descriptor guard(fd);
-
   struct stat st {};
-  if (port::Sys().fstat(fd, &st) != 0) ThrowIo(LastError(), "cannot stat", narrow);
-  if (S_ISDIR(st.st_mode)) ThrowIo(EISDIR, "cannot read", narrow);
-  if (!S_ISREG(st.st_mode)) ThrowIo(EINVAL, "not a regular file:", narrow);
+  const int fd = OpenForReading(narrow, st);
+  Descriptor guard(fd);
 
   // One byte more than the size, so the end is normally seen without a
   // second allocation; it also holds the terminating NUL the parser wants.
@@ -430,6 +458,7 @@ void ReadUtf8FromFile(const AString& path, Utf8Text& text) {
     }
     if (got == 0) break;
     used += static_cast<std::size_t>(got);
+    CheckSize(used);  // a file that grows while it is read
   }
   if (used == bytes.capacity() && !bytes.reserve(used + 1, used)) ThrowIo(ENOMEM, "cannot read", narrow);
 

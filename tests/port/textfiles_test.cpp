@@ -1,14 +1,23 @@
 #include <errno.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <memory>
+#include <utility>
 #include <string>
 #include <vector>
 
 #include "platform/AString.h"
+#include "port/config/IConfiguration.h"
 #include "port/fs/SysCalls.h"
 #include "port/xml/AdvXMLParser.h"
 #include "support/TestSupport.h"
@@ -424,7 +433,9 @@ TEST_F(TextFilesSysCalls, ShortAndInterruptedReadsStillReadTheWholeFile) {
   EXPECT_EQ(kContent, text);
   EXPECT_EQ(1, g_calls.opens);
   EXPECT_EQ(1, g_calls.closes);
-  EXPECT_EQ(O_RDONLY | O_CLOEXEC, g_calls.openFlags);
+  // Never waits: a FIFO or a terminal in the file's place is refused, not
+  // waited on.
+  EXPECT_EQ(O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, g_calls.openFlags);
   // Every 7 bytes, the end, and as many interruptions.
   const int chunks = static_cast<int>((Utf8(kContent).size() + 6) / 7) + 1;
   EXPECT_EQ(2 * chunks - 1, g_calls.reads);
@@ -454,6 +465,139 @@ TEST(TextFiles, DevicesAreNoRegularFiles) {
   AString text;
   UTF_ENCODINGS encoding = UTF_8;
   EXPECT_EQ(EINVAL, ErrorCode([&] { ReadBufferFromFile(AString(L"/dev/null"), text, encoding); }));
+}
+
+// ---- what is not a regular file, and what is too large ---------------------
+
+// The code and message of the ReadWriteException body throws.
+template <typename F>
+std::pair<int, std::string> Refusal(F body) {
+  try {
+    body();
+  } catch (const ReadWriteException& e) {
+    return {e.GetErrorCode(), e.what()};
+  }
+  return {0, ""};
+}
+
+// Makes a file of each kind that is no regular file; the socket is bound and
+// kept open by the returned descriptor (-1 for the other kinds).
+int MakeSpecialFile(const std::string& kind, const std::string& path) {
+  if (kind == "fifo") return mkfifo(path.c_str(), 0644) == 0 ? -1 : -2;
+  if (kind == "device") return mknod(path.c_str(), S_IFCHR | 0644, makedev(1, 3)) == 0 ? -1 : -2;
+  if (kind == "directory") return mkdir(path.c_str(), 0755) == 0 ? -1 : -2;
+  const int fd = socket(AF_UNIX, SOCK_STREAM, 0);
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  std::snprintf(address.sun_path, sizeof address.sun_path, "%s", path.c_str());
+  if (fd < 0 || bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) return -2;
+  return fd;
+}
+
+// Both readers, each in a child that an alarm ends: 0 when every read was
+// refused at once as no regular file, 1 when one was not, 14 (SIGALRM) when
+// one waited.
+int ReadsAreRefusedAtOnce(const std::string& path) {
+  const pid_t pid = fork();
+  if (pid == 0) {
+    alarm(5);
+    AString text;
+    UTF_ENCODINGS encoding = UTF_8;
+    const auto wide = Refusal([&] { ReadBufferFromFile(AString(path), text, encoding); });
+    Utf8Text utf8;
+    const auto narrow = Refusal([&] { ReadUtf8FromFile(AString(path), utf8); });
+    const bool refused = wide.first != 0 && wide.second == "not a regular file" && narrow == wide;
+    _exit(refused ? 0 : 1);
+  }
+  int status = 0;
+  waitpid(pid, &status, 0);
+  return WIFEXITED(status) ? WEXITSTATUS(status) : WIFSIGNALED(status) ? WTERMSIG(status) : -1;
+}
+
+TEST(TextFiles, AFifoSocketDeviceOrDirectoryIsRefusedAtOnceWithoutWaiting) {
+  TempDir dir;
+  const struct {
+    const char* kind;
+    int code;
+  } kinds[] = {{"fifo", EINVAL}, {"socket", ENXIO}, {"device", EINVAL}, {"directory", EISDIR}};
+  for (const auto& k : kinds) {
+    SCOPED_TRACE(k.kind);
+    const std::string path = dir.file(k.kind);
+    const int socketFd = MakeSpecialFile(k.kind, path);
+    ASSERT_NE(-2, socketFd);
+    // A FIFO without a writer is what a blocking open waits on forever.
+    EXPECT_EQ(0, ReadsAreRefusedAtOnce(path));
+    AString text;
+    UTF_ENCODINGS encoding = UTF_8;
+    EXPECT_EQ(k.code, ErrorCode([&] { ReadBufferFromFile(AString(path), text, encoding); }));
+    if (socketFd >= 0) close(socketFd);
+  }
+}
+
+class SizeLimit : public ::testing::Test {
+ protected:
+  ~SizeLimit() override { port::ResetConfigValues(); }
+  TempDir m_dir;
+};
+
+TEST_F(SizeLimit, AFileOverTheLimitIsRefusedAndOneAtTheLimitIsRead) {
+  port::SetConfigValue(port::ConfigKey::MaxSiteListBytes, "100");
+  WriteFile(m_dir.file("at.xml"), std::string(100, 'a'));
+  WriteFile(m_dir.file("over.xml"), std::string(101, 'a'));
+  AString text;
+  UTF_ENCODINGS encoding = UTF_8;
+  ReadBufferFromFile(m_dir.wfile("at.xml"), text, encoding);
+  EXPECT_EQ(100u, text.size());
+  Utf8Text utf8;
+  ReadUtf8FromFile(m_dir.wfile("at.xml"), utf8);
+  const std::pair<int, std::string> refused = {
+      EFBIG, "larger than the limit of 100 bytes (VLM_MAX_SITELIST_BYTES): 101 bytes or more"};
+  EXPECT_EQ(refused, Refusal([&] { ReadBufferFromFile(m_dir.wfile("over.xml"), text, encoding); }));
+  EXPECT_EQ(refused, Refusal([&] { ReadUtf8FromFile(m_dir.wfile("over.xml"), utf8); }));
+  EXPECT_EQ(100u, text.size());
+}
+
+TEST_F(SizeLimit, TheDefaultIsSixteenMebibytesAndABadSettingGivesTheDefault) {
+  const std::string path = m_dir.file("sparse.xml");
+  WriteFile(path, "");
+  // Sparse: the size is what counts, not the blocks.
+  ASSERT_EQ(0, truncate(path.c_str(), 16 * 1024 * 1024 + 1));
+  for (const char* setting : {"", "0", "-5", "16M", "1e9"}) {
+    SCOPED_TRACE(setting);
+    port::SetConfigValue(port::ConfigKey::MaxSiteListBytes, setting);
+    Utf8Text utf8;
+    EXPECT_EQ(std::make_pair(EFBIG, std::string("larger than the limit of 16777216 bytes (VLM_MAX_SITELIST_BYTES): "
+                                                "16777217 bytes or more")),
+              Refusal([&] { ReadUtf8FromFile(AString(path), utf8); }));
+  }
+  ASSERT_EQ(0, truncate(path.c_str(), 16 * 1024 * 1024));
+  port::ResetConfigValues();
+  Utf8Text utf8;
+  EXPECT_EQ(0, ErrorCode([&] { ReadUtf8FromFile(AString(path), utf8); }));
+}
+
+// A file that grows while it is read is refused as soon as it passes the
+// limit, whatever its size was when it was opened.
+ssize_t g_grownBy = 0;
+ssize_t EndlessRead(int, void* buf, size_t n) {
+  std::memset(buf, 'a', n);
+  g_grownBy += static_cast<ssize_t>(n);
+  return static_cast<ssize_t>(n);
+}
+
+TEST_F(SizeLimit, AFileGrowingPastTheLimitWhileReadIsRefused) {
+  port::SetConfigValue(port::ConfigKey::MaxSiteListBytes, "4096");
+  WriteFile(m_dir.file("grows.xml"), "<a/>");
+  port::SysCalls table = port::RealSysCalls();
+  table.read = EndlessRead;
+  port::ScopedSysCallOverride scope(table);
+  Utf8Text utf8;
+  EXPECT_EQ(EFBIG, ErrorCode([&] { ReadUtf8FromFile(m_dir.wfile("grows.xml"), utf8); }));
+  AString text;
+  UTF_ENCODINGS encoding = UTF_8;
+  g_grownBy = 0;
+  EXPECT_EQ(EFBIG, ErrorCode([&] { ReadBufferFromFile(m_dir.wfile("grows.xml"), text, encoding); }));
+  EXPECT_LE(g_grownBy, 2 * 4096);
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 // sitelist validate, import and install, run as a process on a temporary
 // agent with outside lists and their key files.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <filesystem>
 #include <string>
@@ -115,6 +116,18 @@ TEST_F(ImportCommands, ValidateOfAMissingFileNamesIt) {
   EXPECT_EQ(r.exitStatus, 3);
   EXPECT_EQ(r.out, "");
   EXPECT_EQ(r.err, "[ERROR] SiteHlp: Failed hr=-4\nsitelist validate: " + Tmp("in/none.xml") + ": no such file\n");
+}
+
+TEST_F(ImportCommands, ImportOfAFifoSaysItIsNoRegularFileAndLeavesTheListAlone) {
+  ASSERT_EQ(0, mkfifo(Tmp("in/fifo").c_str(), 0644));
+  const Snapshot before = SnapshotOf(EtcDir());
+  const ToolResult r = Run({"import", Tmp("in/fifo")});
+  EXPECT_EQ(r.exitStatus, 3);
+  EXPECT_EQ(r.out, "");
+  const std::string last = "sitelist import: " + Tmp("in/fifo") + ": not a regular file\n";
+  ASSERT_GE(r.err.size(), last.size());
+  EXPECT_EQ(r.err.substr(r.err.size() - last.size()), last);
+  EXPECT_EQ(before, SnapshotOf(EtcDir()));
 }
 
 TEST_F(ImportCommands, ValidateWithoutFileIsAUsageError) {

@@ -1,6 +1,7 @@
 // sitelist show, versions, fips, certs and the global options, run as a
 // process on a temporary agent.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <filesystem>
 
@@ -106,6 +107,20 @@ TEST_F(ReadCommands, ShowOfAMissingFileNamesTheFile) {
   EXPECT_EQ(r.exitStatus, 3);
   EXPECT_EQ(r.out, "");
   EXPECT_EQ(r.err, "sitelist show: " + Tmp("missing.xml") + ": no such file\n");
+}
+
+TEST_F(ReadCommands, AFifoIsSaidToBeNoRegularFileAndNeverWaitedOn) {
+  ASSERT_EQ(0, mkfifo(Tmp("fifo").c_str(), 0644));
+  // A reader that opened the FIFO the blocking way would never return.
+  for (const char* command : {"show", "versions", "fips", "certs", "validate"}) {
+    const ToolResult r = Run({command, Tmp("fifo")});
+    EXPECT_EQ(r.exitStatus, 3) << command;
+    EXPECT_EQ(r.out, "");
+    // validate also shows the library's own line about the failed read.
+    const std::string line = std::string("sitelist ") + command + ": " + Tmp("fifo") + ": not a regular file\n";
+    ASSERT_GE(r.err.size(), line.size()) << r.err;
+    EXPECT_EQ(r.err.substr(r.err.size() - line.size()), line) << command;
+  }
 }
 
 TEST_F(ReadCommands, ShowOfTwoFilesIsAUsageError) {
