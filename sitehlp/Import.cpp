@@ -3,10 +3,12 @@
 #include <string>
 #include <vector>
 
+#include "port/fs/AFile.h"
 #include "port/log/Log.h"
 #include "port/strings/Strings.h"
 #include "sitehlp/Component.h"
 #include "sitehlp/OwnedSiteList.h"
+#include "sitehlp/SiteListChange.h"
 #include "sitehlp/SitesHelper.h"
 
 namespace sitehlp {
@@ -14,6 +16,7 @@ namespace sitehlp {
 namespace {
 
 constexpr wchar_t c_overwriteClientSites[] = L"OverwriteClientSites";
+
 
 }  // namespace
 
@@ -61,15 +64,28 @@ int CSitesHelper::InternalImportSiteList(const std::wstring& sourcePath, tag_Sit
   std::vector<std::wstring> certificates;
   GetCaCertificates(sourcePath, certificates);
 
-  // Keys first: a written list must never lack its keys, and a failure here
-  // leaves the agent's old list untouched.
-  if (!createDirectoriesAndCopyKeyFiles(sourcePath, pSiteList, keyDir)) return c_generalFailure;
+  // The key files and the list are one change: an agent never has keys that
+  // do not belong to its list, whatever is interrupted, and two imports at
+  // once leave one of them whole. A failure before the commit changes none
+  // of the files.
+  const AString targetDir = DirectoryOf(m_siteListPath);
+  if (!AFiler::createDirectories(targetDir)) return c_generalFailure;
+  SiteListChange change(targetDir, c_component);
+  if (!change.Begin() || !StageKeyFiles(*this, change, sourcePath, pSiteList, keyDir)) return c_generalFailure;
 
-  const int written = CreateSiteList(pSiteList, m_siteListPath, globalVersion, localVersion, siteListType, certificates);
+  std::string text;
+  int written = c_success;
+  if (!BuildSiteListText(pSiteList, m_siteListPath, globalVersion, localVersion, siteListType, certificates, text,
+                         written) ||
+      !change.Stage(FileNameOf(m_siteListPath), reinterpret_cast<const unsigned char*>(text.data()), text.size(),
+                    c_newSiteListMode) ||
+      !change.Commit())
+    written = c_fileNotWritten;
   if (written < 0) {
     logError(c_component, L"CreateSiteList failed" + Hr(written));
     return c_generalFailure;
   }
+  CopyFipsMarker(sourcePath, targetDir);
   return c_success;
 }
 

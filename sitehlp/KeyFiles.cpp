@@ -1,12 +1,15 @@
 // Key files that travel with a site list: read from beside an outside list,
 // checked, and written beside the agent's own list, with the FIPS marker.
 // Key contents are opaque bytes: copied as they are, never parsed or logged.
+// The key files of one placing are one change (SiteListChange.h): all of them
+// are placed, or none; an import adds its site list to the same change.
 #include <string>
 
 #include "port/fs/AFile.h"
 #include "port/log/Log.h"
 #include "sitehlp/Component.h"
 #include "sitehlp/SiteKinds.h"
+#include "sitehlp/SiteListChange.h"
 #include "sitehlp/SitesHelper.h"
 
 namespace sitehlp {
@@ -33,11 +36,36 @@ bool IsVersioned(const tag_Site* list) {
 
 bool IsRequestKey(const AString& fileName) { return fileName == c_reqSecKey || fileName == c_req2048SecKey; }
 
-AString DirectoryOf(const std::wstring& path) {
-  AString dir;
-  AString name;
-  splitPath(AString(path), dir, name);
-  return dir;
+// The key files of one placing, and which of them are placed.
+struct KeySet {
+  bool bSrPubKey, bReqSecKey, bSr2048PubKey, bReq2048SecKey;
+  const ABuffer& srPubKey;
+  const ABuffer& reqSecKey;
+  const ABuffer& sr2048PubKey;
+  const ABuffer& req2048SecKey;
+};
+
+bool StageKeyFile(SiteListChange& change, const AString& fileName, const ABuffer& contents) {
+  // A symbolic link at the target is replaced, not followed. A request key
+  // never keeps wider permissions than its own.
+  if (IsRequestKey(fileName))
+    return change.Stage(fileName, contents.getBytes(), contents.size(), c_secretKeyMode, port::ModeChoice::Exact);
+  return change.Stage(fileName, contents.getBytes(), contents.size(), c_publicKeyMode);
+}
+
+// What writeKeyFiles writes, in its order; the first file that cannot be
+// staged ends it, and then nothing is written at all.
+bool StageKeySet(SiteListChange& change, const KeySet& keys) {
+  if (keys.bSrPubKey && !StageKeyFile(change, c_srPubKey, keys.srPubKey)) return false;
+  if (keys.bSr2048PubKey && !StageKeyFile(change, c_sr2048PubKey, keys.sr2048PubKey)) return false;
+  if (keys.bReqSecKey && !StageKeyFile(change, c_reqSecKey, keys.reqSecKey)) return false;
+  if (keys.bReq2048SecKey && !StageKeyFile(change, c_req2048SecKey, keys.req2048SecKey)) return false;
+  if (!keys.bSrPubKey && !keys.bSr2048PubKey) return true;
+  if (keys.bReqSecKey || keys.bReq2048SecKey) return true;
+  // A new server key without a request key: a classic request key left from
+  // an earlier server must not stay beside it. A stale 2048-bit request key
+  // is left alone on purpose. A missing one counts as deleted.
+  return change.StageRemoval(c_reqSecKey);
 }
 
 }  // namespace
@@ -84,27 +112,17 @@ bool CSitesHelper::readKeyFiles(const std::wstring& sourcePath, tag_Site* pSiteL
 
 bool CSitesHelper::writeKeyFile(const ABuffer& contents, const AString& fileName, const AString& /*extra*/,
                                 const AString& dir) {
-  const AString path = joinPath(dir, fileName);
-  // Crash-safe replacement; a symbolic link at the target is replaced, not
-  // followed. A request key never keeps wider permissions than its own.
-  if (IsRequestKey(fileName)) return AFile::writeWithMode(path, contents.getBytes(), contents.size(), c_secretKeyMode);
-  return AFile::write(path, contents.getBytes(), contents.size(), c_publicKeyMode);
+  SiteListChange change(dir, c_component);
+  return change.Begin() && StageKeyFile(change, fileName, contents) && change.Commit();
 }
 
 bool CSitesHelper::writeKeyFiles(bool writeSrPubKey, bool writeReqSecKey, const ABuffer& srPubKey,
                                  const ABuffer& reqSecKey, bool writeSr2048PubKey, bool writeReq2048SecKey,
                                  const ABuffer& sr2048PubKey, const ABuffer& req2048SecKey, const AString& dir) {
-  const AString none;
-  if (writeSrPubKey && !writeKeyFile(srPubKey, c_srPubKey, none, dir)) return false;
-  if (writeSr2048PubKey && !writeKeyFile(sr2048PubKey, c_sr2048PubKey, none, dir)) return false;
-  if (writeReqSecKey && !writeKeyFile(reqSecKey, c_reqSecKey, none, dir)) return false;
-  if (writeReq2048SecKey && !writeKeyFile(req2048SecKey, c_req2048SecKey, none, dir)) return false;
-  if (!writeSrPubKey && !writeSr2048PubKey) return true;
-  if (writeReqSecKey || writeReq2048SecKey) return true;
-  // A new server key without a request key: a classic request key left from
-  // an earlier server must not stay beside it. A stale 2048-bit request key
-  // is left alone on purpose. Deleting a missing file counts as a failure.
-  return AFile::remove(joinPath(dir, c_reqSecKey));
+  const KeySet keys{writeSrPubKey, writeReqSecKey, writeSr2048PubKey, writeReq2048SecKey,
+                    srPubKey,      reqSecKey,      sr2048PubKey,      req2048SecKey};
+  SiteListChange change(dir, c_component);
+  return change.Begin() && StageKeySet(change, keys) && change.Commit();
 }
 
 bool CSitesHelper::writable(const AString& path) {
@@ -121,28 +139,39 @@ bool CSitesHelper::createDirectoriesAndCopyKeyFiles(const std::wstring& sourcePa
                                                     const std::wstring& keyDir) {
   const AString targetDir = DirectoryOf(m_siteListPath);
   if (!AFiler::createDirectories(targetDir)) return false;
+  SiteListChange change(targetDir, c_component);
+  if (!change.Begin() || !StageKeyFiles(*this, change, sourcePath, pSiteList, keyDir) || !change.Commit())
+    return false;
+  CopyFipsMarker(sourcePath, targetDir);
+  return true;
+}
 
+bool StageKeyFiles(CSitesHelper& helper, SiteListChange& change, const std::wstring& sourcePath, tag_Site* pSiteList,
+                   const std::wstring& keyDir) {
   ABuffer srPubKey, reqSecKey, sr2048PubKey, req2048SecKey;
   bool hasSrPubKey = false, hasReqSecKey = false, hasSr2048PubKey = false, hasReq2048SecKey = false;
-  if (!readKeyFiles(sourcePath, pSiteList, keyDir, srPubKey, reqSecKey, sr2048PubKey, req2048SecKey, hasSrPubKey,
-                    hasReqSecKey, hasSr2048PubKey, hasReq2048SecKey))
+  if (!helper.readKeyFiles(sourcePath, pSiteList, keyDir, srPubKey, reqSecKey, sr2048PubKey, req2048SecKey,
+                           hasSrPubKey, hasReqSecKey, hasSr2048PubKey, hasReq2048SecKey))
     return false;
 
-  // Every target is checked before anything is written.
-  if (!writable(AString(m_siteListPath))) return false;
-  if (hasSrPubKey && !writable(joinPath(targetDir, c_srPubKey))) return false;
-  if (hasReqSecKey && !writable(joinPath(targetDir, c_reqSecKey))) return false;
-  if (hasSr2048PubKey && !writable(joinPath(targetDir, c_sr2048PubKey))) return false;
-  if (hasReq2048SecKey && !writable(joinPath(targetDir, c_req2048SecKey))) return false;
+  // Every target is checked before anything is staged.
+  const AString& targetDir = change.Directory();
+  if (!helper.writable(AString(helper.GetSiteListPath()))) return false;
+  if (hasSrPubKey && !helper.writable(joinPath(targetDir, c_srPubKey))) return false;
+  if (hasReqSecKey && !helper.writable(joinPath(targetDir, c_reqSecKey))) return false;
+  if (hasSr2048PubKey && !helper.writable(joinPath(targetDir, c_sr2048PubKey))) return false;
+  if (hasReq2048SecKey && !helper.writable(joinPath(targetDir, c_req2048SecKey))) return false;
 
-  if (!writeKeyFiles(hasSrPubKey, hasReqSecKey, srPubKey, reqSecKey, hasSr2048PubKey, hasReq2048SecKey,
-                     sr2048PubKey, req2048SecKey, targetDir))
-    return false;
+  const KeySet keys{hasSrPubKey, hasReqSecKey, hasSr2048PubKey, hasReq2048SecKey,
+                    srPubKey,    reqSecKey,    sr2048PubKey,    req2048SecKey};
+  return StageKeySet(change, keys);
+}
 
-  // The FIPS marker is optional: a missing one is normal, so the copy's
-  // outcome does not matter.
+void CopyFipsMarker(const std::wstring& sourcePath, const AString& targetDir) {
+  // The marker is optional: a missing one is normal, so the copy's outcome
+  // does not matter. Its name puts it beside the key directory, not in it,
+  // so it is not part of the key files' change.
   AFile::copy(DirectoryOf(sourcePath) + c_fipsMarkerSuffix, targetDir + c_fipsMarkerSuffix);
-  return true;
 }
 
 }  // namespace sitehlp

@@ -1,16 +1,16 @@
 // A list of records into a site list document, written crash-safely under
-// the exclusive "SiteListLock".
+// the exclusive "SiteListLock" (or staged as part of a change, by import).
 #include <ctime>
 #include <cwchar>
 #include <iterator>
 #include <map>
 #include <new>
 
-#include "port/lock/InterProcessLock.h"
 #include "port/log/Log.h"
 #include "port/xml/AdvXMLParser.h"
 #include "sitehlp/Allocation.h"
 #include "sitehlp/Component.h"
+#include "sitehlp/SiteListChange.h"
 #include "sitehlp/SitesHelper.h"
 #include "xmlschema/sitelist.h"
 
@@ -61,19 +61,17 @@ static_assert(SITE_TYPE_HTTP == 0 && SITE_TYPE_PROXY == 4, "one Add operation pe
 
 }  // namespace
 
-int CSitesHelper::CreateSiteList(tag_Site* sites, const std::wstring& path, const std::wstring& globalVersion,
-                                 const std::wstring& localVersion, const std::wstring& type,
-                                 const std::vector<std::wstring>& caCertificates) {
+bool CSitesHelper::BuildSiteListText(tag_Site* sites, const std::wstring& target, const std::wstring& globalVersion,
+                                     const std::wstring& localVersion, const std::wstring& type,
+                                     const std::vector<std::wstring>& caCertificates, std::string& text, int& result) {
   ADetailTrace trace(c_component, L"Creating Sitelist");
-  int result = c_success;
-  const std::wstring& target = path.empty() ? m_siteListPath : path;
+  result = c_success;
   std::wstring local = localVersion;
   if (local.empty()) {
     local = LocalTimeStamp();
     logDetail(c_component, L"Local version of " + target + L" is " + local);
   }
 
-  std::string text;
   try {
     if (AllocationFails(AllocationUse::Document)) throw std::bad_alloc();
     AdvXMLParser::Document document;
@@ -104,19 +102,21 @@ int CSitesHelper::CreateSiteList(tag_Site* sites, const std::wstring& path, cons
     // The document could not be built (memory ran out): nothing is written,
     // and the caller is told so.
     logError(c_component, L"Unable to build the site list for " + target);
-    return c_fileNotWritten;
-  }
-
-  InterProcessWriteLock lock(c_siteListLock);
-  if (!LockOrLog(lock)) return c_fileNotWritten;
-  try {
-    AdvXMLParser::WriteUtf8BufferToFile(target, text);
-  } catch (const std::exception& e) {
     result = c_fileNotWritten;
-    logError(c_component, L"Unable to write " + target + L": " + std::wstring(AString(e.what())));
+    return false;
   }
-  lock.unlock();
-  return result;
+  return true;
+}
+
+int CSitesHelper::CreateSiteList(tag_Site* sites, const std::wstring& path, const std::wstring& globalVersion,
+                                 const std::wstring& localVersion, const std::wstring& type,
+                                 const std::vector<std::wstring>& caCertificates) {
+  const std::wstring& target = path.empty() ? m_siteListPath : path;
+  std::string text;
+  int result = c_success;
+  if (!BuildSiteListText(sites, target, globalVersion, localVersion, type, caCertificates, text, result))
+    return result;
+  return WriteUnderSiteListLock(target, text, c_component) ? result : c_fileNotWritten;
 }
 
 }  // namespace sitehlp

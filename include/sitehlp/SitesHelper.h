@@ -444,6 +444,12 @@ class VLM_EXPORT CSitesHelper {
   // Appends pSite, written as a record of kind, behind the writer's cursor
   // as its table says, and moves the cursor to it. Returns 0.
   VLM_HIDDEN int AddSite(tag_Site* pSite, int index, int32_t kind, const wchar_t* traceMessage);
+  // The document CreateSiteList writes to target, as text: false when it
+  // could not be built (nothing is to be written); result as CreateSiteList
+  // gives it (-1 when the last record has an unknown kind).
+  VLM_HIDDEN bool BuildSiteListText(tag_Site* sites, const std::wstring& target, const std::wstring& globalVersion,
+                                    const std::wstring& localVersion, const std::wstring& type,
+                                    const std::vector<std::wstring>& caCertificates, std::string& text, int& result);
 
   std::wstring m_siteListPath;
   std::wstring m_currentPath;

@@ -379,6 +379,12 @@ int AnXml::useExistingFile(const AString& path, const AString& rootName, const A
 }
 
 int AnXml::writeFile(const AString& path, bool bIndent, bool bByteOrderMark) {
+  std::string out;
+  if (getText(bIndent, bByteOrderMark, out) != 1) return 0;
+  return port::ReplaceFileContents(ACharString(path), out.data(), out.size(), 0644) == 0 ? 1 : 0;
+}
+
+int AnXml::getText(bool bIndent, bool bByteOrderMark, std::string& out) {
   pugi::xml_document& doc = m_impl->doc;
   if (!doc.document_element()) return 0;
   const bool ok = NoThrow([&] {
@@ -388,7 +394,7 @@ int AnXml::writeFile(const AString& path, bool bIndent, bool bByteOrderMark) {
       pugi::xml_attribute encoding = n.attribute("encoding");
       if (encoding && !EqualsIgnoringAsciiCase(encoding.value(), "UTF-8") && !encoding.set_value("UTF-8")) return false;
     }
-    std::string out;
+    out.clear();
     if (bByteOrderMark) out = "\xEF\xBB\xBF";
     StringWriter writer(out);
     if (bIndent) {
@@ -399,7 +405,7 @@ int AnXml::writeFile(const AString& path, bool bIndent, bool bByteOrderMark) {
     } else {
       doc.save(writer, "", pugi::format_raw | pugi::format_no_declaration, pugi::encoding_utf8);
     }
-    return port::ReplaceFileContents(ACharString(path), out.data(), out.size(), 0644) == 0;
+    return true;
   });
   return ok ? 1 : 0;
 }

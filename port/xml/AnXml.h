@@ -106,6 +106,9 @@ class AnXml {
   // starts the file with the UTF-8 byte order mark. 1 when written, 0
   // otherwise (also for an empty document).
   int writeFile(const AString& path, bool bIndent, bool bByteOrderMark);
+  // The bytes writeFile would write, into text. 1, or 0 for an empty document
+  // or a failure (text is then unspecified).
+  int getText(bool bIndent, bool bByteOrderMark, std::string& text);
   // The document element; null when the document is empty.
   AnXmlNode getRootNode() const;
 

@@ -8,6 +8,7 @@
 #include "port/log/Log.h"
 #include "port/xml/AnXml.h"
 #include "sitehlp/Component.h"
+#include "sitehlp/SiteListChange.h"
 #include "sitehlp/SitesHelper.h"
 #include "sitehlp/serversitelist/ServerSiteListPath.h"
 #include "xmlschema/sitelist.h"
@@ -38,6 +39,7 @@ bool CSitesHelper::createServerSiteListFromSiteList(const wchar_t* srcDir, const
   {
     InterProcessReadLock lock(c_siteListLock);
     if (!LockOrLog(lock, c_serverComponent)) return false;
+    FinishInterruptedChangeOf(sourcePath, c_serverComponent);
     opened = document.useExistingFile(sourcePath, ZEL_XML_SITELISTS, ZEL_XML_NAMESPACE, ZEL_XML_SITELISTS_NAMESPACE);
   }
   if (opened != 1) return false;
@@ -58,6 +60,7 @@ bool CSitesHelper::createServerSiteListFromSiteList(const wchar_t* srcDir, const
   const APath targetPath(dstDir ? AString(dstDir) : AString(srcDir), c_serverSitelistName);
   InterProcessWriteLock lock(c_siteListLock);
   if (!LockOrLog(lock, c_serverComponent)) return false;
+  FinishInterruptedChangeOf(targetPath, c_serverComponent);
   return document.writeFile(targetPath, false, false) == 1;
 }
 

@@ -12,6 +12,7 @@
 #include "port/xml/AdvXMLParser.h"
 #include "sitehlp/Component.h"
 #include "sitehlp/ExceptionResult.h"
+#include "sitehlp/SiteListChange.h"
 #include "sitehlp/SiteListFile.h"
 #include "sitehlp/SitesHelper.h"
 #include "xmlschema/sitelist.h"
@@ -32,6 +33,7 @@ bool CSitesHelper::GetSiteListBuffer(std::wstring& text) {
 
   InterProcessReadLock lock(c_siteListLock);
   if (!LockOrLog(lock)) return false;
+  FinishInterruptedChangeOf(m_siteListPath, c_component);
   AString read;
   try {
     AdvXMLParser::UTF_ENCODINGS encoding = AdvXMLParser::UTF_8;

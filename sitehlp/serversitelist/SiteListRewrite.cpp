@@ -5,12 +5,14 @@
 #include <utility>
 
 #include "port/config/IConfiguration.h"
+#include "port/fs/AFile.h"
 #include "port/lock/InterProcessLock.h"
 #include "port/log/Log.h"
 #include "port/xml/AnXml.h"
 #include "sitehlp/Component.h"
 #include "sitehlp/Numbers.h"
 #include "sitehlp/OwnedSiteList.h"
+#include "sitehlp/SiteListChange.h"
 #include "sitehlp/SitesHelper.h"
 #include "xmlschema/sitelist.h"
 
@@ -55,6 +57,7 @@ bool CSitesHelper::modifySiteList(const wchar_t* newPath, bool bReplaceRepositor
   {
     InterProcessReadLock lock(c_siteListLock);
     if (!LockOrLog(lock, c_serverComponent)) return false;
+    FinishInterruptedChangeOf(m_siteListPath, c_serverComponent);
     opened = OpenSiteList(own, m_siteListPath);
   }
   if (!opened) return false;
@@ -96,16 +99,24 @@ bool CSitesHelper::modifySiteList(const wchar_t* newPath, bool bReplaceRepositor
 
   if (bReplaceServer) doReplaceVantorSite(ownRoot, newRoot);
 
-  // The key files that belong to the new list are placed before the own list
-  // is written, so that a written list never lacks its keys.
+  // The key files that belong to the new list and the edited own list are
+  // one change: a written list never lacks its keys, and keys never stay
+  // without their list.
   OwnedSiteList newSites(*this);
   const int hr = MustReadSiteList(newPath, newSites.out());
   if (hr < 0 || !newSites.get()) return false;
-  if (!createDirectoriesAndCopyKeyFiles(newPath, newSites.get(), keyDir)) return false;
-
-  InterProcessWriteLock lock(c_siteListLock);
-  if (!LockOrLog(lock, c_serverComponent)) return false;
-  return own.writeFile(m_siteListPath, false, false) == 1;
+  std::string text;
+  if (own.getText(false, false, text) != 1) return false;
+  const AString targetDir = DirectoryOf(m_siteListPath);
+  if (!AFiler::createDirectories(targetDir)) return false;
+  SiteListChange change(targetDir, c_serverComponent);
+  if (!change.Begin() || !StageKeyFiles(*this, change, newPath, newSites.get(), keyDir.c_str()) ||
+      !change.Stage(FileNameOf(m_siteListPath), reinterpret_cast<const unsigned char*>(text.data()), text.size(),
+                    c_newSiteListMode) ||
+      !change.Commit())
+    return false;
+  CopyFipsMarker(newPath, targetDir);
+  return true;
 }
 
 bool CSitesHelper::doReplaceVantorSite(AnXmlNode& ownRoot, AnXmlNode& newRoot) {

@@ -7,6 +7,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -37,6 +39,14 @@ mode_t ModeOf(const std::string& path) {
   struct stat st {};
   if (lstat(path.c_str(), &st) != 0) return 0;
   return st.st_mode & 07777;
+}
+
+// The names in dir, sorted.
+std::vector<std::string> Entries(const std::string& dir) {
+  std::vector<std::string> names;
+  for (const auto& e : std::filesystem::directory_iterator(dir)) names.push_back(e.path().filename().string());
+  std::sort(names.begin(), names.end());
+  return names;
 }
 
 std::string Bytes(const ABuffer& buffer) {
@@ -294,16 +304,21 @@ TEST_F(KeyFilesTest, ATargetDirectoryThatCannotBeCreatedFails) {
   EXPECT_FALSE(helper.createDirectoriesAndCopyKeyFiles(m_source.wfile("SiteList.xml"), m_list.head(), L""));
 }
 
-TEST_F(KeyFilesTest, WritingStopsAtTheFirstFailedWriteInItsOrder) {
-  // sr2048pubkey.bin is a directory in the target: the second write fails,
-  // so neither request key is written.
+TEST_F(KeyFilesTest, WritingKeyFilesIsAllOrNothing) {
+  // sr2048pubkey.bin is a directory in the target: the second file cannot be
+  // written, so none is, not even the first.
   ASSERT_EQ(0, mkdir(Target("sr2048pubkey.bin").c_str(), 0755));
+  WriteFile(Target("srpubkey.bin"), "old server key");
   ABuffer sr(reinterpret_cast<const unsigned char*>(kSrPub.data()), kSrPub.size());
   ABuffer req(reinterpret_cast<const unsigned char*>(kReqSec.data()), kReqSec.size());
+  m_log.clear();
   EXPECT_FALSE(m_helper.writeKeyFiles(true, true, sr, req, true, true, sr, req, Wide(m_target)));
-  EXPECT_EQ(kSrPub, ReadFile(Target("srpubkey.bin")));
+  EXPECT_EQ("old server key", ReadFile(Target("srpubkey.bin")));
   EXPECT_FALSE(FileExists(Target("reqseckey.bin")));
   EXPECT_FALSE(FileExists(Target("req2048seckey.bin")));
+  EXPECT_EQ(std::vector<std::wstring>{L"Unable to write " + Wide(Target("sr2048pubkey.bin")) + L": Is a directory"},
+            m_log.messages(LogLevel::Error));
+  EXPECT_EQ((std::vector<std::string>{"sr2048pubkey.bin", "srpubkey.bin"}), Entries(m_target));
 }
 
 TEST_F(KeyFilesTest, WriteKeyFilesWithNoPublicKeyWritesTheRequestKeysAndSucceeds) {
@@ -312,11 +327,12 @@ TEST_F(KeyFilesTest, WriteKeyFilesWithNoPublicKeyWritesTheRequestKeysAndSucceeds
   EXPECT_EQ(kReqSec, ReadFile(Target("reqseckey.bin")));
 }
 
-TEST_F(KeyFilesTest, AStaleRequestKeyThatCannotBeDeletedFailsTheWrite) {
+TEST_F(KeyFilesTest, AStaleRequestKeyThatCannotBeDeletedFailsTheWriteAndWritesNothing) {
   ASSERT_EQ(0, mkdir(Target("reqseckey.bin").c_str(), 0755));
   ABuffer sr(reinterpret_cast<const unsigned char*>(kSrPub.data()), kSrPub.size());
   EXPECT_FALSE(m_helper.writeKeyFiles(true, false, sr, ABuffer(), false, false, ABuffer(), ABuffer(), Wide(m_target)));
-  EXPECT_EQ(kSrPub, ReadFile(Target("srpubkey.bin")));
+  EXPECT_FALSE(FileExists(Target("srpubkey.bin")));
+  EXPECT_EQ(std::vector<std::string>{"reqseckey.bin"}, Entries(m_target));
 }
 
 TEST_F(KeyFilesTest, AKeyFileTargetThatIsASymbolicLinkIsReplacedNotFollowed) {
