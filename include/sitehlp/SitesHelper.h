@@ -216,6 +216,14 @@ struct tag_DocumentCheck {
 // is no colon; otherwise true, with the port as a stream extraction leaves it.
 VLM_EXPORT bool split_host_and_port(const std::wstring& text, std::wstring& host, unsigned int& port);
 
+// One file of a change placed by CSitesHelper::PlaceSiteFiles.
+struct SiteFile {
+  std::wstring path;      // the file; all files of one change share one directory
+  ABuffer contents;       // its exact new bytes
+  uint32_t nMode = 0644;  // permission bits (at most 0777) it gets if it did not exist
+  bool bAbsent = false;   // true: the file must not exist afterwards (contents, nMode unused)
+};
+
 class VLM_EXPORT CSitesHelper {
  public:
   // ---- Construction and policy settings ---------------------------------
@@ -389,6 +397,28 @@ class VLM_EXPORT CSitesHelper {
   // Unchecked install of an outside list with its key files. 0 or a code.
   int InstallSiteList(const std::wstring& sourcePath, const std::wstring& keyDir);
   int InternalImportSiteList(const std::wstring& sourcePath, tag_Site* pSiteList, const std::wstring& keyDir);
+
+  // Places files as one change, all or nothing, under the change lock of
+  // imports ("SiteListChangeLock") and, for the moment of the change only,
+  // the exclusive "SiteListLock". When it returns 0 every file holds its new
+  // bytes (or is absent); when it returns -11 none has changed, except in
+  // the one case named below. A crash or power cut at any moment leaves all
+  // the files as they were or all as given, once the next reader or writer
+  // of the directory has run (each one first finishes a change its writer
+  // could not complete). Each replaced file keeps its owner, group and mode;
+  // a new file gets nMode and the process's owner and group. A symbolic link
+  // at a path is replaced, never followed; a missing file to be absent counts
+  // as removed. Passes through neither the reader nor the writer: the bytes
+  // are not checked.
+  // 0; -2 when files is empty, a path is empty or ends in "/", "." or "..",
+  // the paths do not share one directory, a file appears twice, or a mode
+  // has bits beyond 0777; -11 (logged) when the files could not be placed: a
+  // missing directory, a path that is a directory, a lock not obtained, a
+  // write that failed. The one exception: a file system that refuses a
+  // rename after the change was recorded gives -11 with the change recorded,
+  // and the next reader or writer of the directory completes it (logged as
+  // such).
+  int PlaceSiteFiles(const std::vector<SiteFile>& files);
 
   // ---- Server site list, rewriting and buffers --------------------------------------
   // Copies <srcDir>/SiteList.xml without the client's local sites to

@@ -13,8 +13,8 @@ if [ -n "$bad" ]; then
   echo "$bad"
   exit 1
 fi
-for required in 'sitehlp::CSitesHelper::ReadSiteList' 'sitehlp::split_host_and_port' 'sitehlp::SetLogSink(' \
-    'sitehlp::SetLogLevel(' ZEL_XML_SITELIST STR_SITE_TYPE_MASTER; do
+for required in 'sitehlp::CSitesHelper::ReadSiteList' 'sitehlp::CSitesHelper::PlaceSiteFiles' \
+    'sitehlp::split_host_and_port' 'sitehlp::SetLogSink(' 'sitehlp::SetLogLevel(' ZEL_XML_SITELIST STR_SITE_TYPE_MASTER; do
   echo "$symbols" | grep -q "^$required" || { echo "$required not exported"; exit 1; }
 done
 if echo "$symbols" | grep -q 'EncryptDecryptPassword'; then echo "EncryptDecryptPassword is exported"; exit 1; fi

@@ -14,6 +14,7 @@
 
 #include "port/fs/ChangeRecord.h"
 #include "port/fs/SysCalls.h"
+#include "support/StopAt.h"
 #include "support/TestSupport.h"
 
 namespace {
@@ -122,51 +123,12 @@ TEST(FileChange, AMissingDirectoryFailsTheStageWithENOENT) {
 
 // ---- a crash at every step ----------------------------------------------------
 
-// The calls of the process are counted; at call number g_stopAt the process
-// ends at once, as if killed there: nothing after it reaches the disk.
-long g_calls = 0;
-long g_stopAt = -1;
-void Step() {
-  if (++g_calls == g_stopAt) _exit(0);
-}
-
-port::SysCalls StoppingTable() {
-  port::SysCalls t = port::RealSysCalls();
-  t.open = [](const char* p, int f, mode_t m) { return Step(), port::RealSysCalls().open(p, f, m); };
-  t.close = [](int fd) { return Step(), port::RealSysCalls().close(fd); };
-  t.write = [](int fd, const void* b, size_t n) { return Step(), port::RealSysCalls().write(fd, b, n); };
-  t.fsync = [](int fd) { return Step(), port::RealSysCalls().fsync(fd); };
-  t.fchmod = [](int fd, mode_t m) { return Step(), port::RealSysCalls().fchmod(fd, m); };
-  t.fchown = [](int fd, uid_t u, gid_t g) { return Step(), port::RealSysCalls().fchown(fd, u, g); };
-  t.rename = [](const char* a, const char* b) { return Step(), port::RealSysCalls().rename(a, b); };
-  t.unlink = [](const char* p) { return Step(), port::RealSysCalls().unlink(p); };
-  return t;
-}
-
-// Stages and commits in a child stopped at call stopAt (never, for -1);
-// returns the calls it made (when not stopped).
+// Stages and commits in a child stopped at call stopAt (RunStoppedAt).
 long RunStopped(const TempDir& dir, long stopAt) {
-  int fds[2];
-  if (pipe(fds) != 0) return -1;
-  const pid_t pid = fork();
-  if (pid == 0) {
-    close(fds[0]);
-    g_calls = 0;
-    g_stopAt = stopAt;
-    port::Sys() = StoppingTable();
+  return testsupport::RunStoppedAt(stopAt, [&] {
     port::FileChange change(dir.path());
-    const int rc = StageNewFiles(change) == 0 ? change.commit() : -1;
-    const long calls = rc == 0 ? g_calls : -1;
-    if (write(fds[1], &calls, sizeof calls) != sizeof calls) _exit(3);
-    _exit(0);
-  }
-  close(fds[1]);
-  long calls = -2;
-  const ssize_t got = read(fds[0], &calls, sizeof calls);
-  close(fds[0]);
-  int status = 0;
-  waitpid(pid, &status, 0);
-  return got == sizeof calls ? calls : -2;
+    return StageNewFiles(change) == 0 ? change.commit() : -1;
+  });
 }
 
 TEST(FileChange, ACrashAtAnyStepLeavesAllOldOrAllNewFilesOnceTheNextReaderFinishes) {

@@ -1,6 +1,7 @@
 // Import and install of an outside site list: the policy warning, the checks
 // only on import, the order correction, the source's versions, type and
-// certificates in the written list, key files placed first, and a failed
+// certificates in the written list, key files and list placed as one change
+// (whatever step a crash stops), and a failed
 // import leaving the agent's list byte for byte as it was, also when the
 // importing process is killed.
 #include <gtest/gtest.h>
@@ -19,6 +20,7 @@
 #include "sitehlp/OutsideListText.h"
 #include "sitehlp/SiteRecordTestUtil.h"
 #include "sitehlp/SitesHelper.h"
+#include "support/StopAt.h"
 #include "support/TestSupport.h"
 
 namespace {
@@ -41,6 +43,12 @@ const char kCertificate2[] = "-----BEGIN CERTIFICATE-----\nMIIBbranch2\n-----END
 const std::string kOwnList = outsidelist::Document(
     {outsidelist::HttpSite("OwnHttp", "own.corp.example:80", 1)},
     "GlobalVersion=\"20250101000000\" LocalVersion=\"20250101000001\" Type=\"Client\"");
+
+struct stat StatOf(const std::string& path) {
+  struct stat st {};
+  lstat(path.c_str(), &st);
+  return st;
+}
 
 class ImportTest : public ::testing::Test {
  protected:
@@ -275,6 +283,54 @@ TEST_F(ImportTest, AFailedWriteOfTheListIsLoggedAndReturnsMinus1) {
   // The keys and the list are one change: without the list, no key either.
   EXPECT_FALSE(FileExists(root.file("etc/srpubkey.bin")));
   EXPECT_FALSE(FileExists(root.file("etc/reqseckey.bin")));
+}
+
+// The agent's five files: "old", "new", or what a mix holds.
+std::string FiveFiles(const std::string& etc) {
+  const char* const keys[] = {"srpubkey.bin", "reqseckey.bin", "sr2048pubkey.bin", "req2048seckey.bin"};
+  const std::string list = ReadFile(etc + "/SiteList.xml");
+  std::string state = list == kOwnList ? "old" : list.find("LocalVersion=\"20261101091500\"") != std::string::npos
+                                                     ? "new"
+                                                     : "torn";
+  for (const char* key : keys) {
+    const std::string bytes = ReadFile(etc + "/" + key);
+    const std::string is = bytes == std::string("old ") + key ? "old" : bytes == std::string("new ") + key ? "new" : "?";
+    if (is != state) return "mixed: list " + state + ", " + key + " " + is;
+  }
+  return state;
+}
+
+TEST_F(ImportTest, ACrashAtAnyStepLeavesTheOldOrTheNewFiveFilesForTheNextReader) {
+  WriteVersionedSource({}, false);
+  for (const char* key : {"srpubkey.bin", "reqseckey.bin", "sr2048pubkey.bin", "req2048seckey.bin"}) {
+    WriteFile(m_source.file(key), std::string("new ") + key);
+    WriteFile(Target(key), std::string("old ") + key);
+  }
+  // Keys owned by the agent's user keep their owner whichever files win.
+  ASSERT_EQ(0, chown(Target("reqseckey.bin").c_str(), testsupport::kOtherUser, testsupport::kOtherGroup));
+  const auto import = [this] { return m_helper.ImportSiteList(Source(), L""); };
+  const long total = testsupport::RunStoppedAt(0, import);
+  ASSERT_GT(total, 20);
+  ASSERT_EQ("new", FiveFiles(m_target));
+  int oldStates = 0, newStates = 0;
+  for (long stopAt = 1; stopAt <= total; ++stopAt) {
+    WriteFile(Target("SiteList.xml"), kOwnList);
+    for (const char* key : {"srpubkey.bin", "reqseckey.bin", "sr2048pubkey.bin", "req2048seckey.bin"})
+      WriteFile(Target(key), std::string("old ") + key);
+    ASSERT_EQ(-2, testsupport::RunStoppedAt(stopAt, import)) << "call " << stopAt;
+    // The next reader finishes what the stopped import recorded.
+    CSitesHelper reader;
+    SiteList list(reader);
+    ASSERT_EQ(0, reader.ReadSiteList(L"", list.out())) << "call " << stopAt;
+    const std::string state = FiveFiles(m_target);
+    ASSERT_TRUE(state == "old" || state == "new") << "stopped at call " << stopAt << " of " << total << ": " << state;
+    (state == "old" ? oldStates : newStates)++;
+    EXPECT_EQ(testsupport::kOtherUser, StatOf(Target("reqseckey.bin")).st_uid) << "call " << stopAt;
+  }
+  EXPECT_GT(oldStates, 0);
+  EXPECT_GT(newStates, 0);
+  std::printf("an import of %ld calls stopped at each: %d left the old five files, %d the new ones\n", total,
+              oldStates, newStates);
 }
 
 TEST_F(ImportTest, AVanishedSourceFailsTheVersionReadWithItsCode) {
