@@ -17,11 +17,23 @@
 #include <string>
 
 #include "platform/AString.h"
+#include "port/log/Log.h"
 #include "port/xml/AdvXMLParser.h"
 #include "sitehlp/Numbers.h"
 #include "sitehlp/SitesHelper.h"
 
 namespace sitehlp {
+
+// The bytes of the first characters characters of utf8 (size bytes): the
+// text up to the lead byte of the next character.
+inline std::size_t Utf8PrefixBytes(const char* utf8, std::size_t size, std::size_t characters) {
+  std::size_t seen = 0;
+  for (std::size_t i = 0; i < size; ++i) {
+    if ((static_cast<unsigned char>(utf8[i]) & 0xC0) == 0x80) continue;  // a continuation byte
+    if (seen++ == characters) return i;
+  }
+  return size;
+}
 
 // CopyWStr(field, wide form of utf8, capacity) for a field that holds zeros
 // past its text (a zeroed body, or a field CopyWStr filled): only the
@@ -34,7 +46,13 @@ inline void FillField(CSitesHelper& helper, wchar_t* field, const char* utf8, un
     if (old > length + 1) std::wmemset(field + length + 1, 0, old - length - 1);
     return;
   }
-  const std::wstring wide = platform_detail::Utf8ToWide(utf8, std::strlen(utf8));
+  // It does not fit. Only the truncation line, logged at detail level, needs
+  // the whole value widened (it quotes it); otherwise what the field keeps
+  // and one character more, so that the cut is made and seen the same way,
+  // is enough: a value of megabytes is never widened to four times its size.
+  std::size_t bytes = std::strlen(utf8);
+  if (!port::LogEnabled(port::LogLevel::Detail)) bytes = Utf8PrefixBytes(utf8, bytes, capacity);
+  const std::wstring wide = platform_detail::Utf8ToWide(utf8, bytes);
   helper.CopyWStr(field, wide.c_str(), capacity);
 }
 
@@ -70,7 +88,11 @@ inline void FillHostPort(CSitesHelper& helper, wchar_t* field, unsigned int capa
   char host[1024];
   wchar_t tail[64];
   std::size_t tailLength = 0;
-  const std::size_t hostBytes = static_cast<std::size_t>(colon - utf8);
+  std::size_t hostBytes = static_cast<std::size_t>(colon - utf8);
+  // A host longer than the field is cut to what the field keeps and one
+  // character more, unless the truncation line is logged and quotes it whole.
+  if (hostBytes >= sizeof host && !port::LogEnabled(port::LogLevel::Detail))
+    hostBytes = Utf8PrefixBytes(utf8, hostBytes, capacity);
   if (hostBytes < sizeof host && AdvXMLParser::DecodeUtf8Into(colon + 1, tail, 64, tailLength)) {
     std::memcpy(host, utf8, hostBytes);
     host[hostBytes] = '\0';

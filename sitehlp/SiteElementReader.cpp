@@ -16,6 +16,7 @@
 #include "sitehlp/Component.h"
 #include "sitehlp/FieldFill.h"
 #include "sitehlp/Numbers.h"
+#include "sitehlp/PasswordField.h"
 #include "sitehlp/SchemaNames.h"
 #include "sitehlp/SiteTables.h"
 #include "sitehlp/SitesHelper.h"
@@ -147,7 +148,8 @@ void ReadAttribute(CSitesHelper& helper, const SiteField& field, const char* utf
 
 }  // namespace
 
-void CSitesHelper::ReadPassword(const std::wstring& value, wchar_t* field, bool bAlwaysTextForm) {
+void CSitesHelper::ReadPassword(const std::wstring& value, wchar_t* field, bool bAlwaysTextForm,
+                                const wchar_t* name) {
   std::wstring clear;
   // An empty value cannot decrypt to anything: skip the cipher.
   if (!value.empty()) {
@@ -156,7 +158,7 @@ void CSitesHelper::ReadPassword(const std::wstring& value, wchar_t* field, bool 
     else
       EncryptDecryptPassword(value, clear, false);
   }
-  CopyWStr(field, clear.c_str(), c_nameCapacity);
+  CopyPasswordField(field, clear, c_nameCapacity, name);
 }
 
 int CSitesHelper::FillSiteBody(const Element& element, const SiteElementSpec& spec, void* pBody) {
@@ -178,7 +180,8 @@ int CSitesHelper::FillSiteBody(const Element& element, const SiteElementSpec& sp
     const Element& child = children[slot];
     if (!child) continue;  // an absent child leaves its field as it is
     if (field.type == FieldType::Password || field.type == FieldType::TextFormPassword)
-      ReadPassword(child.GetValue(), TextAt(pBody, field.offset), field.type == FieldType::TextFormPassword);
+      ReadPassword(child.GetValue(), TextAt(pBody, field.offset), field.type == FieldType::TextFormPassword,
+                   field.name);
     else if (field.type == FieldType::Exclusions)
       ReadExclusionList(child, TextAt(pBody, field.offset), NumberAt(pBody, field.number));
     else

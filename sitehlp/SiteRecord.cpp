@@ -50,7 +50,9 @@ void CSitesHelper::CopyWStr(wchar_t* dst, const wchar_t* src, unsigned int capac
   std::wcsncpy(dst, src, capacity);
   if (dst[capacity - 1] != L'\0') {
     dst[capacity - 1] = L'\0';
-    logDetail(c_component, L"String " + std::wstring(src) + L" is truncated to " + std::wstring(dst) + L" in CopyWStr");
+    // The line quotes the whole source: built only when it is logged.
+    if (port::LogEnabled(port::LogLevel::Detail))
+      logDetail(c_component, L"String " + std::wstring(src) + L" is truncated to " + std::wstring(dst) + L" in CopyWStr");
   }
 }
 

@@ -467,7 +467,9 @@ class VLM_EXPORT CSitesHelper {
   // Reads the entries of a ProxyConfigList into site's body (the last one
   // wins) and returns the last entry's result, result when it has none.
   VLM_HIDDEN int ReadProxyConfigList(const AdvXMLParser::Element& list, tag_Site& site, int result);
-  VLM_HIDDEN void ReadPassword(const std::wstring& value, wchar_t* field, bool bAlwaysTextForm);
+  // Decrypts value into field; name is the element's, for the masked line of
+  // a password that does not fit.
+  VLM_HIDDEN void ReadPassword(const std::wstring& value, wchar_t* field, bool bAlwaysTextForm, const wchar_t* name);
   // Appends child name holding clear encrypted (text form), marked
   // Encrypted="1"; empty text when it cannot be encrypted.
   VLM_HIDDEN void WritePassword(AdvXMLParser::Element& parent, const wchar_t* name, const wchar_t* clear);

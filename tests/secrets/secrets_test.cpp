@@ -274,6 +274,37 @@ TEST_F(SecretsTest, WritingAndReadingAListLogsNoPassword) {
   ExpectNoLeak();
 }
 
+TEST_F(SecretsTest, APasswordTooLongForItsFieldIsCutWithAMaskedLineThatNamesTheFieldAndTheLengths) {
+  // 305 characters, as encrypt-password used to accept; its start is a
+  // marked password, so that the scan sees any piece of it in the log.
+  const std::wstring longPassword = kPassword + std::wstring(305 - kPassword.size(), L'x');
+  std::wstring encrypted;
+  ASSERT_EQ(1, m_helper.EncryptPassword(longPassword, encrypted));
+  const std::string document =
+      "<ns:SiteLists xmlns:ns=\"zelSiteList\" GlobalVersion=\"1\" LocalVersion=\"2\" Type=\"Client\">"
+      "<SiteList Default=\"1\" Name=\"SomeGUID\"><HttpSite Type=\"repository\" Name=\"Mirror\" Order=\"1\" "
+      "Enabled=\"1\" Local=\"0\" Server=\"mirror.corp.example:80\"><RelativePath>u</RelativePath><UseAuth>1"
+      "</UseAuth><UserName>u</UserName><Password Encrypted=\"1\">" + Narrow(encrypted) + "</Password></HttpSite>"
+      "<ProxyConfigList><ProxyConfig Name=\"P\" HttpProxyServer=\"proxy.corp.example\" HttpProxyPort=\"3128\">"
+      "<HttpProxyPassword Encrypted=\"1\">" + Narrow(encrypted) + "</HttpProxyPassword></ProxyConfig>"
+      "</ProxyConfigList></SiteList></ns:SiteLists>\n";
+  WriteFile(Own(), document);
+  m_log.clear();
+  tag_Site* list = nullptr;
+  ASSERT_EQ(0, m_helper.ReadSiteList(WOwn(), &list));
+  ASSERT_NE(nullptr, list);
+  ASSERT_NE(nullptr, list->pNext);
+  EXPECT_EQ(longPassword.substr(0, 259), std::wstring(list->httpSite.szPassword));
+  EXPECT_EQ(longPassword.substr(0, 259), std::wstring(list->pNext->proxySettings.szHttpProxyPassword));
+  m_helper.FreeSiteListMemory(list);
+  EXPECT_EQ((std::vector<std::wstring>{
+                L"String ******** is truncated to ******** in CopyWStr (Password: 305 characters, 259 kept)",
+                L"String ******** is truncated to ******** in CopyWStr (HttpProxyPassword: 305 characters, 259 "
+                L"kept)"}),
+            m_log.messages(port::LogLevel::Detail));
+  ExpectNoLeak();
+}
+
 TEST_F(SecretsTest, MergingOrderingAndTheServerEndpointLogNoPassword) {
   WriteMarkedList(Own());
   tag_Site* given = MarkedList();

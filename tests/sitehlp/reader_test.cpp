@@ -913,6 +913,34 @@ TEST_F(SiteListReaderTest, NameOf260CharactersKeeps259AndLogsTheCut) {
   EXPECT_TRUE(sink.contains(L"String " + Wide(longName) + L" is truncated to " + Wide(name) + L" in CopyWStr"));
 }
 
+TEST_F(SiteListReaderTest, ALongValueIsCutTheSameWayWhetherOrNotTheCutIsLogged) {
+  // Characters of one to four bytes around the cut, in a name and in a host
+  // far longer than its field.
+  std::string longText;
+  for (int i = 0; i < 2000; ++i) longText += (i % 4 == 0) ? "a" : (i % 4 == 1) ? "\xC3\xA9" : (i % 4 == 2) ? "\xE2\x82\xAC" : "\xF0\x9F\x98\x80";
+  const std::string document =
+      Document("<HttpSite Name=\"" + longText + "\" Server=\"" + longText + ":8443\"/>");
+  std::wstring name[2], server[2];
+  unsigned port[2] = {0, 0};
+  for (int detail = 1; detail >= 0; --detail) {
+    testsupport::CapturingLogSink sink;
+    if (!detail) port::SetLogThreshold(port::LogLevel::Info);
+    ASSERT_EQ(ReadDocument(document), 0);
+    ASSERT_NE(m_list, nullptr);
+    name[detail] = W(m_list->httpSite.szName);
+    server[detail] = W(m_list->httpSite.szServer);
+    port[detail] = static_cast<unsigned>(m_list->httpSite.nPort);
+    bool cutLogged = false;
+    for (const std::wstring& m : sink.allMessages()) cutLogged = cutLogged || m.find(L"is truncated to") != std::wstring::npos;
+    EXPECT_EQ(detail == 1, cutLogged);
+  }
+  EXPECT_EQ(259u, name[0].size());
+  EXPECT_EQ(name[1], name[0]);
+  EXPECT_EQ(server[1], server[0]);
+  EXPECT_EQ(8443u, port[0]);
+  EXPECT_EQ(port[1], port[0]);
+}
+
 TEST_F(SiteListReaderTest, ServerNameHoldsOneCharacterMoreThanOtherNames) {
   const std::string name260(260, 's');
   const std::string name261 = name260 + "X";

@@ -178,6 +178,25 @@ TEST_F(BufferCommands, EncryptPasswordGivesTextThatDecryptsBack) {
   port::ResetConfigValues();
 }
 
+TEST_F(BufferCommands, EncryptPasswordRefusesAPasswordLongerThanARecordHolds) {
+  // 259 characters fit (non-ASCII ones count as one each); 260 do not.
+  std::string fits;
+  for (int i = 0; i < 259; ++i) fits += (i % 2) ? "\xC3\xA9" : "p";
+  const ToolResult accepted = Run({"encrypt-password"}, fits + "\n");
+  EXPECT_EQ(accepted.exitStatus, 0) << accepted.err;
+  for (const std::size_t length : {260u, 305u}) {
+    const std::string tooLong(length, 'q');
+    const Snapshot before = SnapshotOf(DataDir());
+    const ToolResult r = Run({"encrypt-password"}, tooLong + "\n");
+    EXPECT_EQ(r.exitStatus, 2);
+    EXPECT_EQ(r.out, "");
+    EXPECT_EQ(r.err, "sitelist encrypt-password: the password has " + std::to_string(length) +
+                         " characters; a site list holds at most 259\n");
+    EXPECT_EQ(r.err.find("qqqq"), std::string::npos);
+    EXPECT_EQ(SnapshotOf(DataDir()), before);
+  }
+}
+
 TEST_F(BufferCommands, EncryptPasswordFailsWithoutAKeyDirectory) {
   WriteFile(Tmp("plain-file"), "x");
   const Snapshot before = SnapshotOf(DataDir());

@@ -20,8 +20,16 @@ int Run(Context& ctx, bool json) {
   // One line ending is the terminal's or echo's, not part of the password.
   if (!password.empty() && password.back() == '\n') password.pop_back();
   if (!password.empty() && password.back() == '\r') password.pop_back();
+  // A record holds a password of at most c_nameCapacity - 1 characters; a
+  // longer one would be cut without anyone noticing when the list is read.
+  const std::wstring clear = Wide(password);
+  constexpr std::size_t c_maxCharacters = sitehlp::c_nameCapacity - 1;
+  if (clear.size() > c_maxCharacters)
+    return ctx.Fail("the password has " + std::to_string(clear.size()) + " characters; a site list holds at most " +
+                        std::to_string(c_maxCharacters),
+                    c_exitUsage);
   std::wstring encrypted;
-  if (ctx.Helper().EncryptPassword(Wide(password), encrypted) == 0)
+  if (ctx.Helper().EncryptPassword(clear, encrypted) == 0)
     return ctx.Fail("the password could not be encrypted");
   if (json)
     PrintJson({{"encrypted", Narrow(encrypted)}});
@@ -35,7 +43,7 @@ Bound Setup(CLI::App& app, Context& ctx) {
   CLI::App* sub = app.add_subcommand(
       "encrypt-password", "Encrypt a password read from stdin for a site list's Password element");
   sub->add_flag("--json", *json, "Print one JSON document {\"encrypted\": TEXT}");
-  sub->footer("One trailing line ending is dropped. The keys are those of VLM_KEY_DIR.\n"
+  sub->footer("One trailing line ending is dropped; at most 259 characters. The keys are those of VLM_KEY_DIR.\n"
               "Example:\n  sitelist encrypt-password < /run/secrets/repository-password");
   return {sub, [json, &ctx] { return Run(ctx, *json); }};
 }
