@@ -1,15 +1,19 @@
-// Crash injection: a child process rewrites the agent's files in a loop (the
-// site list, the server site list derived from it, the four key files) and
-// is killed with SIGKILL at a random moment, again and again.
+// Crash injection: a child process imports outside site lists in a loop,
+// alternating two of them, each with its four key files (the agent's list and
+// key files, written as one change), and derives the server site list from
+// the result; it is killed with SIGKILL at a random moment, again and again.
 //
 //   vlm_crash [--kills N] [--seed N] [--max-delay-us N]
 //
 // After every kill: each file is one of the contents the child was writing,
 // byte for byte but for the cipher text of its passwords (fresh nonce per
 // write), never torn, never empty; documents parse; every file keeps its
-// mode (request keys 0600); both named locks can be
-// taken at once; and a new write through the library succeeds and lands,
-// whatever temporaries the killed writer left. Exit 0 when every round holds.
+// owner and mode (request keys 0600). Once the next reader has read the list
+// (finishing a change the child could not), the list and its four key files
+// are all those of one import: never the keys of one and the list of the
+// other. Both named locks can be taken at once, and a new import through the
+// library succeeds and lands, whatever the killed writer left. Exit 0 when
+// every round holds.
 #include <signal.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -40,36 +44,17 @@ using testsupport::Wide;
 
 const std::vector<std::wstring> kCertificates = {L"CERT-CRASH-1", L"CERT-CRASH-2"};
 
-// Writes list variant (0 or 1) to the agent's list with fixed versions, so
-// that the bytes of each variant are always the same.
-int WriteVariant(CSitesHelper& helper, int variant) {
-  tag_Site* list = workload::BuildList(variant, false);
-  const int rc = helper.CreateSiteList(list, L"", L"20250101000000", variant ? L"20250101000002" : L"20250101000001",
-                                       L"Client", kCertificates);
-  helper.FreeSiteListMemory(list);
-  return rc;
+using workload::kKeyFiles;
+
+std::string SourceDir(const workload::DataDir& dir, int variant) {
+  return dir.root() + "/source" + std::to_string(variant);
 }
 
-const char* const kKeyFiles[] = {"srpubkey.bin", "sr2048pubkey.bin", "reqseckey.bin", "req2048seckey.bin"};
-
-// Key file contents of a variant: distinct bytes per file and variant, of
-// sizes that take more than one write call.
-ABuffer KeyBytes(int file, int variant) {
-  std::string bytes(3000 + 1000 * file, static_cast<char>('a' + file * 2 + variant));
-  return ABuffer(reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size());
-}
-
-bool WriteKeys(CSitesHelper& helper, const std::string& dir, int variant) {
-  return helper.writeKeyFiles(true, true, KeyBytes(0, variant), KeyBytes(2, variant), true, true, KeyBytes(1, variant),
-                              KeyBytes(3, variant), AString(dir));
-}
-
-// One round of the child's writes: the agent's list, the server site list
-// derived from it, then the key files beside it.
+// One round of the child's writes: the import of a variant (list and key
+// files), then the server site list derived from the list.
 int WriteAll(CSitesHelper& helper, const workload::DataDir& dir, int variant) {
-  if (int rc = WriteVariant(helper, variant)) return rc;
+  if (int rc = helper.ImportSiteList(Wide(SourceDir(dir, variant) + "/SiteList.xml"), L"")) return rc;
   if (!CSitesHelper::createServerSiteListFromSiteList(Wide(dir.etc()).c_str(), Wide(dir.data()).c_str())) return -100;
-  if (!WriteKeys(helper, dir.etc(), variant)) return -101;
   return 0;
 }
 
@@ -90,12 +75,30 @@ std::string Normalized(const Target& t, const std::string& bytes) {
   workload::CountingNullSink sink;
   port::SetLogSink(&sink);
   CSitesHelper helper;
-  for (unsigned i = 0;; ++i) WriteAll(helper, dir, static_cast<int>(i % 2));
+  // Variant 1 first: the parent left variant 0 in place.
+  for (unsigned i = 1;; ++i) WriteAll(helper, dir, static_cast<int>(i % 2));
 }
 
 mode_t ModeOf(const std::string& path) {
   struct stat st {};
   return stat(path.c_str(), &st) == 0 ? (st.st_mode & 07777) : 0;
+}
+
+uid_t OwnerOf(const std::string& path) {
+  struct stat st {};
+  return stat(path.c_str(), &st) == 0 ? st.st_uid : static_cast<uid_t>(-1);
+}
+
+// The variant whose import every one of the five files (the list and the
+// four key files, targets 0 and 2 to 5) holds; -1 when they are mixed.
+int ImportHeld(const std::vector<Target>& targets, const std::vector<std::vector<std::string>>& contents) {
+  for (int variant : {0, 1}) {
+    bool all = true;
+    for (std::size_t i = 0; i < targets.size(); ++i)
+      if (i != 1 && Normalized(targets[i], ReadFile(targets[i].path)) != contents[variant][i]) all = false;
+    if (all) return variant;
+  }
+  return -1;
 }
 
 bool LockIsFree(const char* name, bool exclusive) {
@@ -125,15 +128,30 @@ int main(int argc, char** argv) {
     const bool secret = std::string(name).rfind("req", 0) == 0;
     targets.push_back({name, dir.etc() + "/" + name, false, static_cast<mode_t>(secret ? 0600 : 0644), {}});
   }
+  std::vector<std::vector<std::string>> contents(2);  // per variant, per target
   for (int variant : {1, 0}) {
-    if (const int rc = WriteAll(helper, dir, variant)) {
+    int rc = workload::WriteOutsideVariant(helper, SourceDir(dir, variant), variant, kCertificates) ? 0 : -200;
+    if (rc == 0) rc = WriteAll(helper, dir, variant);
+    if (rc != 0) {
       std::printf("FAIL: variant %d could not be written (%d)\n", variant, rc);
       return 1;
     }
-    for (Target& t : targets) t.allowed.insert(Normalized(t, ReadFile(t.path)));
+    for (Target& t : targets) {
+      t.allowed.insert(Normalized(t, ReadFile(t.path)));
+      contents[variant].push_back(Normalized(t, ReadFile(t.path)));
+    }
   }
-  std::vector<std::string> variantA;  // variant 0, written last
-  for (const Target& t : targets) variantA.push_back(Normalized(t, ReadFile(t.path)));
+  const std::vector<std::string>& variantA = contents[0];  // variant 0, written last
+  // The agent's files belong to the agent's user; every write as root must
+  // leave them so.
+  for (const Target& t : targets) {
+    if (chown(t.path.c_str(), testsupport::kOtherUser, testsupport::kOtherGroup) != 0) {
+      std::printf("FAIL: cannot give %s to the agent's user\n", t.name.c_str());
+      return 1;
+    }
+  }
+  long interrupted = 0, mixed = 0;
+  long held[2] = {0, 0};
 
   std::mt19937 rng(seed);
   std::uniform_int_distribution<long> delay(0, maxDelayUs);
@@ -184,9 +202,15 @@ int main(int argc, char** argv) {
         std::printf("FAIL: round %ld: %s has mode %o, not %o\n", round, t.name.c_str(), ModeOf(t.path), t.mode);
         pass = false;
       }
+      if (OwnerOf(t.path) != testsupport::kOtherUser) {
+        std::printf("FAIL: round %ld: %s is owned by %u\n", round, t.name.c_str(), OwnerOf(t.path));
+        pass = false;
+      }
       if (Normalized(t, now) != Normalized(t, before[i])) ++changed;
     }
+    if (testsupport::FileExists(dir.etc() + "/.pending-change")) ++interrupted;
     {
+      // The next reader: it finishes a change the killed writer recorded.
       tag_Site* list = nullptr;
       const int rc = helper.ReadSiteList(Wide(dir.siteList()), &list);
       if (rc != 0 || !workload::HasSpipeSite(list)) {
@@ -194,6 +218,15 @@ int main(int argc, char** argv) {
         pass = false;
       }
       helper.FreeSiteListMemory(list);
+    }
+    // The list and its four key files are those of one import.
+    const int variantHeld = ImportHeld(targets, contents);
+    if (variantHeld < 0) {
+      ++mixed;
+      std::printf("FAIL: round %ld: the list and the key files are not those of one import\n", round);
+      pass = false;
+    } else {
+      ++held[variantHeld];
     }
 
     // The kernel released whatever the writer held.
@@ -227,6 +260,9 @@ int main(int argc, char** argv) {
               maxDelayUs, seconds);
   std::printf("  files checked after each kill: %zu; file contents changed by a killed writer: %ld\n",
               targets.size(), changed);
+  std::printf("  kills that left a change for the next reader to finish: %ld\n", interrupted);
+  std::printf("  list and key files of one import after the next read: %ld (first import %ld, second %ld); mixed: %ld\n",
+              held[0] + held[1], held[1], held[0], mixed);
   std::printf("  kills that left a new temporary behind (killed mid-write): %ld; most temporaries at once: %zu\n",
               temporariesSeen, maxTemporaries);
   if (!temporaryNames.empty()) std::printf("  e.g. %s\n", temporaryNames.front().c_str());

@@ -79,6 +79,25 @@ tag_Site* BuildList(int variant, bool withPasswords) {
   return spipe;
 }
 
+const char* const kKeyFiles[4] = {"srpubkey.bin", "sr2048pubkey.bin", "reqseckey.bin", "req2048seckey.bin"};
+
+std::string KeyBytes(int file, int variant) {
+  return std::string(3000 + 1000 * file, static_cast<char>('a' + file * 2 + variant));
+}
+
+bool WriteOutsideVariant(sitehlp::CSitesHelper& helper, const std::string& dir, int variant,
+                         const std::vector<std::wstring>& certificates) {
+  std::error_code ec;
+  std::filesystem::create_directories(dir, ec);
+  if (ec) return false;
+  tag_Site* list = BuildList(variant, false);
+  const int rc = helper.CreateSiteList(list, testsupport::Wide(dir + "/SiteList.xml"), L"20250101000000",
+                                       L"2025010100000" + std::to_wstring(variant + 1), L"Client", certificates);
+  helper.FreeSiteListMemory(list);
+  for (int file = 0; file < 4; ++file) testsupport::WriteFile(dir + "/" + kKeyFiles[file], KeyBytes(file, variant));
+  return rc == 0;
+}
+
 bool DocumentParses(const std::string& bytes) {
   try {
     AdvXMLParser::Parser parser;

@@ -60,6 +60,20 @@ class DataDir {
 // write then differs because of the fresh nonce).
 sitehlp::tag_Site* BuildList(int variant, bool withPasswords);
 
+// The four key files beside a site list, in the order writeKeyFiles writes
+// them.
+extern const char* const kKeyFiles[4];
+
+// Contents of key file number file (of kKeyFiles) for a variant: distinct
+// bytes per file and variant, of sizes that take more than one write call.
+std::string KeyBytes(int file, int variant);
+
+// Writes the outside list of a variant (BuildList without passwords, fixed
+// versions, so that the bytes of every import of it are the same, and the
+// given certificates) and its four key files into dir, which is created.
+bool WriteOutsideVariant(sitehlp::CSitesHelper& helper, const std::string& dir, int variant,
+                         const std::vector<std::wstring>& certificates);
+
 // True when bytes are a well-formed site list document (root "ns:SiteLists"
 // holding a "SiteList" element).
 bool DocumentParses(const std::string& bytes);
