@@ -2,6 +2,7 @@
 // the vendor's default repositories, the SPIPE sites and the CA bundle, the
 // key files of the new list, and everything else kept as it stands.
 #include <gtest/gtest.h>
+#include <errno.h>
 
 #include <filesystem>
 #include <string>
@@ -9,6 +10,7 @@
 
 #include "port/config/IConfiguration.h"
 #include "port/crypto/KeyCache.h"
+#include "port/fs/SysCalls.h"
 #include "port/log/Log.h"
 #include "port/xml/AnXml.h"
 #include "sitehlp/SitesHelper.h"
@@ -256,6 +258,42 @@ TEST_F(SiteListRewriteTest, VersionedNewListWithoutKeyFilesFailsAndWritesNothing
   WriteFile(NewPath(), Doc(kOwnSpipe + VendorHttp("NewHttp", "repository", "4")));
   EXPECT_FALSE(Modify(true, false));
   EXPECT_EQ(own, ReadFile(OwnPath()));
+}
+
+// The record of a change cannot be put in place: the change never happens.
+int FailRecordRename(const char* from, const char* to) {
+  const std::string target(to);
+  if (target.size() >= 16 && target.compare(target.size() - 16, 16, "/.pending-change") == 0) {
+    errno = EIO;
+    return -1;
+  }
+  return port::RealSysCalls().rename(from, to);
+}
+
+TEST_F(SiteListRewriteTest, KeysAndListArePlacedTogetherOrNotAtAll) {
+  const std::string own = Doc(VendorHttp("OwnHttp", "repository", "1"));
+  WriteFile(OwnPath(), own);
+  WriteFile(m_config.dataDir() + "/etc/sr2048pubkey.bin", "old server-2048");
+  WriteFile(NewPath(), Doc(kOwnSpipe + VendorHttp("NewHttp", "repository", "4")));
+  WriteKeyPair2048();
+  {
+    port::SysCalls table = port::RealSysCalls();
+    table.rename = FailRecordRename;
+    port::ScopedSysCallOverride failing(table);
+    testsupport::CapturingLogSink log;
+    EXPECT_FALSE(Modify(true, false));
+    EXPECT_EQ(std::vector<std::wstring>{L"Unable to write the files of " + Wide(m_config.dataDir()) +
+                                        L"/etc: Input/output error"},
+              log.messages(port::LogLevel::Error));
+  }
+  EXPECT_EQ(own, ReadFile(OwnPath()));
+  EXPECT_EQ("old server-2048", ReadFile(m_config.dataDir() + "/etc/sr2048pubkey.bin"));
+  EXPECT_FALSE(testsupport::FileExists(m_config.dataDir() + "/etc/req2048seckey.bin"));
+  // Without the fault both go in.
+  ASSERT_TRUE(Modify(true, false));
+  EXPECT_NE(own, ReadFile(OwnPath()));
+  EXPECT_EQ("server-2048", ReadFile(m_config.dataDir() + "/etc/sr2048pubkey.bin"));
+  EXPECT_EQ("request-2048", ReadFile(m_config.dataDir() + "/etc/req2048seckey.bin"));
 }
 
 TEST_F(SiteListRewriteTest, UnversionedNewListTakesTheServerKeyFromTheKeyDirectory) {

@@ -1,6 +1,7 @@
 // sitelist set-server, server-info, server-list and rewrite, run as a process
 // on a temporary agent.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <filesystem>
 #include <string>
@@ -42,6 +43,21 @@ TEST_F(ServerCommands, SetServerUpdatesTheSpipeSiteInPlace) {
             "NetBIOS name  MGMT2\n"
             "Port          8443\n"
             "Version       5.0\n");
+}
+
+TEST_F(ServerCommands, SetServerAsRootLeavesTheListToTheAgentsUser) {
+  // The agent runs as its own user: root's change must not take its list away.
+  ASSERT_EQ(0, chown(OwnList().c_str(), testsupport::kOtherUser, testsupport::kOtherGroup));
+  ASSERT_EQ(0, chmod(OwnList().c_str(), 0640));
+  const ToolResult r = Run({"set-server", "--port", "8443", "--ip", "198.51.100.7", "--server", "mgmt2.test.example",
+                            "--netbios", "MGMT2"});
+  ASSERT_EQ(r.exitStatus, 0) << r.err;
+  struct stat st {};
+  ASSERT_EQ(0, stat(OwnList().c_str(), &st));
+  EXPECT_EQ(testsupport::kOtherUser, st.st_uid);
+  EXPECT_EQ(testsupport::kOtherGroup, st.st_gid);
+  EXPECT_EQ(0640u, st.st_mode & 07777);
+  EXPECT_NE(ReadFile(OwnList()).find("mgmt2.test.example:8443"), std::string::npos);
 }
 
 TEST_F(ServerCommands, SetServerWithoutASiteListFails) {
