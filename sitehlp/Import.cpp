@@ -71,7 +71,7 @@ int CSitesHelper::InternalImportSiteList(const std::wstring& sourcePath, tag_Sit
   const AString targetDir = DirectoryOf(m_siteListPath);
   if (!AFiler::createDirectories(targetDir)) return c_generalFailure;
   SiteListChange change(targetDir, c_component);
-  if (!change.Begin() || !StageKeyFiles(*this, change, sourcePath, pSiteList, keyDir)) return c_generalFailure;
+  if (!StageKeyFiles(*this, change, sourcePath, pSiteList, keyDir)) return c_generalFailure;
 
   std::string text;
   int written = c_success;

@@ -113,7 +113,7 @@ bool CSitesHelper::readKeyFiles(const std::wstring& sourcePath, tag_Site* pSiteL
 bool CSitesHelper::writeKeyFile(const ABuffer& contents, const AString& fileName, const AString& /*extra*/,
                                 const AString& dir) {
   SiteListChange change(dir, c_component);
-  return change.Begin() && StageKeyFile(change, fileName, contents) && change.Commit();
+  return StageKeyFile(change, fileName, contents) && change.Commit();
 }
 
 bool CSitesHelper::writeKeyFiles(bool writeSrPubKey, bool writeReqSecKey, const ABuffer& srPubKey,
@@ -122,7 +122,7 @@ bool CSitesHelper::writeKeyFiles(bool writeSrPubKey, bool writeReqSecKey, const 
   const KeySet keys{writeSrPubKey, writeReqSecKey, writeSr2048PubKey, writeReq2048SecKey,
                     srPubKey,      reqSecKey,      sr2048PubKey,      req2048SecKey};
   SiteListChange change(dir, c_component);
-  return change.Begin() && StageKeySet(change, keys) && change.Commit();
+  return StageKeySet(change, keys) && change.Commit();
 }
 
 bool CSitesHelper::writable(const AString& path) {
@@ -140,7 +140,7 @@ bool CSitesHelper::createDirectoriesAndCopyKeyFiles(const std::wstring& sourcePa
   const AString targetDir = DirectoryOf(m_siteListPath);
   if (!AFiler::createDirectories(targetDir)) return false;
   SiteListChange change(targetDir, c_component);
-  if (!change.Begin() || !StageKeyFiles(*this, change, sourcePath, pSiteList, keyDir) || !change.Commit())
+  if (!StageKeyFiles(*this, change, sourcePath, pSiteList, keyDir) || !change.Commit())
     return false;
   CopyFipsMarker(sourcePath, targetDir);
   return true;

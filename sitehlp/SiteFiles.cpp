@@ -26,7 +26,7 @@ int CheckSiteFiles(const std::vector<SiteFile>& files) {
     if (!names.insert(name).second) return c_missingArgument;
     if (!file.bAbsent && (file.nMode & ~c_permissionBits) != 0) return c_missingArgument;
   }
-  return 0;
+  return c_success;
 }
 
 }  // namespace
@@ -35,14 +35,13 @@ int CSitesHelper::PlaceSiteFiles(const std::vector<SiteFile>& files) {
   ADetailTrace trace(c_component, L"Placing site files");
   if (const int rc = CheckSiteFiles(files)) return rc;
   SiteListChange change(DirectoryOf(files.front().path), c_component);
-  if (!change.Begin()) return c_fileNotWritten;
   for (const SiteFile& file : files) {
     const AString name = FileNameOf(file.path);
     const bool staged = file.bAbsent ? change.StageRemoval(name)
                                      : change.Stage(name, file.contents.getBytes(), file.contents.size(), file.nMode);
     if (!staged) return c_fileNotWritten;
   }
-  return change.Commit() ? 0 : -11;
+  return change.Commit() ? c_success : c_fileNotWritten;
 }
 
 }  // namespace sitehlp

@@ -64,10 +64,7 @@ AString FileNameOf(const std::wstring& path) {
 SiteListChange::SiteListChange(const AString& dir, const wchar_t* component)
     : m_dir(dir.empty() ? AString(L".") : dir),
       m_component(component),
-      m_files(ACharString(m_dir)),
-      m_lock(c_siteListChangeLock) {}
-
-bool SiteListChange::Begin() { return LockOrLog(m_lock, m_component); }
+      m_files(ACharString(m_dir)) {}
 
 bool SiteListChange::Stage(const AString& name, const unsigned char* data, std::size_t size, mode_t newFileMode,
                            port::ModeChoice policy) {
@@ -85,6 +82,12 @@ bool SiteListChange::StageRemoval(const AString& name) {
 }
 
 bool SiteListChange::Commit() {
+  // The record is written before the lock is taken: under it, only renames
+  // and directory syncs remain.
+  if (const int rc = m_files.prepare()) {
+    logError(m_component, L"Unable to write the files of " + m_dir + L": " + Reason(rc));
+    return false;
+  }
   InterProcessWriteLock lock(c_siteListLock);
   if (!LockOrLog(lock, m_component)) return false;
   FinishInterruptedChangeIn(ACharString(m_dir), m_component);

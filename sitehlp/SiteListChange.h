@@ -2,12 +2,15 @@
 // the FIPS marker) made all at once, and the finishing of an interrupted one
 // by the next reader or writer (port/fs/FileChange.h tells how).
 //
-// Locks: a change holds its own lock, "SiteListChangeLock", exclusively from
-// its first staged file to its end, so two changes (two imports) never
-// interleave; it holds "SiteListLock" exclusively only while committing,
-// and never across a read of the list. Order: "SiteListChangeLock", then
-// "SmartSiteListLock", then "SiteListLock"; the change lock is never taken
-// while "SiteListLock" is held.
+// Locks: a change stages its files without any lock (the temporaries are
+// its own, and nothing a reader sees changes) and holds "SiteListLock"
+// exclusively only while committing, never across a read of the list. The
+// commit is the moment the change happens, so two changes at once (two
+// imports) are placed one after the other, each whole: the later one wins,
+// exactly as if the imports had run one after the other. A lock of the
+// changes' own, held from the first staged file on, would add nothing to
+// that, and would make every import wait for the fsyncs of another's
+// staging.
 #ifndef VLM_SITEHLP_SITELISTCHANGE_H
 #define VLM_SITEHLP_SITELISTCHANGE_H
 
@@ -23,7 +26,6 @@
 
 namespace sitehlp {
 
-constexpr char c_siteListChangeLock[] = "SiteListChangeLock";
 // The mode a site list gets when there was none.
 constexpr mode_t c_newSiteListMode = 0644;
 
@@ -38,9 +40,6 @@ class SiteListChange {
   SiteListChange(const SiteListChange&) = delete;
   SiteListChange& operator=(const SiteListChange&) = delete;
 
-  // Takes the change lock (no time limit); false (logged) when it cannot be
-  // had.
-  bool Begin();
   const AString& Directory() const { return m_dir; }
 
   // Stages the new content of the file name of the directory; false, with
@@ -59,7 +58,6 @@ class SiteListChange {
   AString m_dir;
   const wchar_t* m_component;
   port::FileChange m_files;
-  InterProcessWriteLock m_lock;
 };
 
 // Finishes an interrupted change of the directory of path. The caller holds

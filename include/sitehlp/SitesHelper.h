@@ -398,9 +398,9 @@ class VLM_EXPORT CSitesHelper {
   int InstallSiteList(const std::wstring& sourcePath, const std::wstring& keyDir);
   int InternalImportSiteList(const std::wstring& sourcePath, tag_Site* pSiteList, const std::wstring& keyDir);
 
-  // Places files as one change, all or nothing, under the change lock of
-  // imports ("SiteListChangeLock") and, for the moment of the change only,
-  // the exclusive "SiteListLock". When it returns 0 every file holds its new
+  // Places files as one change, all or nothing: the files are written aside
+  // without a lock, and placed under the exclusive "SiteListLock", which is
+  // held for the moment of the change only. When it returns 0 every file holds its new
   // bytes (or is absent); when it returns -11 none has changed, except in
   // the one case named below. A crash or power cut at any moment leaves all
   // the files as they were or all as given, once the next reader or writer

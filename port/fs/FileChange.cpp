@@ -35,17 +35,15 @@ int RemoveRecord(const std::string& dir) {
   return 0;
 }
 
-// Step (b): the record, durable under its own name.
-int WriteRecord(const std::string& dir, const std::vector<ChangeStep>& steps) {
+// Step (b), first half: the record, complete and durable in a temporary of
+// its own; nothing of it is visible yet.
+int WriteRecord(const std::string& dir, const std::vector<ChangeStep>& steps, Temporary& record) {
   const std::string text = FormatChangeRecord(steps);
   Attributes attributes;
   // Readable by the agent's other users, who may finish the change.
   attributes.mode = 0644;
-  Temporary record;
   if (int rc = record.create(dir, kChangeRecordName)) return rc;
-  if (int rc = record.fill(text.data(), text.size(), attributes)) return rc;
-  if (int rc = record.renameOver(dir + "/" + kChangeRecordName)) return rc;
-  return SyncDirectory(dir);
+  return record.fill(text.data(), text.size(), attributes);
 }
 
 }  // namespace
@@ -60,9 +58,19 @@ bool FileChange::staged(const std::string& name) const {
   return false;
 }
 
+bool FileChange::NeedsRecord() const { return m_steps.size() > 1; }
+
+int FileChange::prepare() {
+  if (m_record || !NeedsRecord()) return 0;
+  auto record = std::make_unique<Temporary>();
+  if (int rc = WriteRecord(m_dir, m_steps, *record)) return rc;
+  m_record = std::move(record);
+  return 0;
+}
+
 int FileChange::stage(const std::string& name, const void* data, std::size_t size, mode_t newFileMode,
                       ModeChoice policy) {
-  if (!IsPlainName(name) || name == kChangeRecordName || staged(name)) return EINVAL;
+  if (m_record || !IsPlainName(name) || name == kChangeRecordName || staged(name)) return EINVAL;
   Attributes attributes;
   if (int rc = AttributesFor(m_dir + "/" + name, newFileMode, policy, attributes)) return rc;
   auto temporary = std::make_unique<Temporary>();
@@ -77,7 +85,7 @@ int FileChange::stage(const std::string& name, const void* data, std::size_t siz
 }
 
 int FileChange::stageRemoval(const std::string& name) {
-  if (!IsPlainName(name) || name == kChangeRecordName || staged(name)) return EINVAL;
+  if (m_record || !IsPlainName(name) || name == kChangeRecordName || staged(name)) return EINVAL;
   struct stat st {};
   errno = 0;
   if (Sys().lstat((m_dir + "/" + name).c_str(), &st) == 0 && S_ISDIR(st.st_mode)) return EISDIR;
@@ -92,6 +100,7 @@ int FileChange::stageRemoval(const std::string& name) {
 int FileChange::commit() {
   m_bDecided = false;
   if (m_steps.empty()) return 0;
+  if (int rc = prepare()) return rc;
   const int pending = FinishInterruptedChange(m_dir);
   if (pending != 0 && pending != EBADMSG) return pending;
   int rc = 0;
@@ -113,13 +122,11 @@ int FileChange::commit() {
 }
 
 int FileChange::commitWithRecord() {
-  if (int rc = WriteRecord(m_dir, m_steps)) {
-    // The record may have been renamed before the directory sync failed:
-    // then it is decided all the same.
-    std::vector<ChangeStep> steps;
-    if (ReadChangeRecord(m_dir, steps) != 0) return rc;
-  }
+  // Step (b), second half: the record under its name, made durable.
+  if (int rc = m_record->renameOver(m_dir + "/" + kChangeRecordName)) return rc;
+  // From the rename on, the change is decided, even if the sync fails.
   m_bDecided = true;
+  if (int rc = SyncDirectory(m_dir)) return rc;
   // From here on the temporaries belong to the record: the renames below, or
   // the next FinishInterruptedChange, move them.
   for (auto& temporary : m_temporaries) temporary->release();

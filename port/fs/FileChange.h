@@ -7,8 +7,9 @@
 //      The temporaries stay locked. Nothing the readers see has changed.
 //   2. commit, under the caller's exclusive lock of the directory's files:
 //      a. a change of the directory that was interrupted is finished first;
-//      b. the record naming every step is written to its own temporary,
-//         fsynced, renamed to ".pending-change", and the directory fsynced.
+//      b. the record naming every step, written to its own temporary and
+//         fsynced beforehand (prepare), is renamed to ".pending-change",
+//         and the directory fsynced.
 //         This is the moment the change happens: before it, no target has
 //         been touched and the temporaries are swept as garbage; after it,
 //         the change is completed whatever comes;
@@ -73,6 +74,11 @@ class FileChange {
   // True when name is staged, for content or for removal.
   bool staged(const std::string& name) const;
 
+  // Writes the record of the change and makes it durable, without showing
+  // it yet; nothing may be staged afterwards. 0 or errno. Optional: commit
+  // does it when it was not done, but done before taking the directory's
+  // lock it keeps that lock's hold short.
+  int prepare();
   // Applies every staged step; the caller holds the directory's lock
   // exclusively. 0, or the errno of the failed step. A failure before the
   // record was durable changes no file; one after it (a rename refused by the
@@ -84,10 +90,12 @@ class FileChange {
 
  private:
   int commitWithRecord();
+  bool NeedsRecord() const;
 
   std::string m_dir;
   std::vector<ChangeStep> m_steps;
   std::vector<std::unique_ptr<Temporary>> m_temporaries;  // one per put, in step order
+  std::unique_ptr<Temporary> m_record;                    // the prepared record
   bool m_bDecided = false;
 };
 

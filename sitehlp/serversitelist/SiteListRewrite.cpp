@@ -110,7 +110,7 @@ bool CSitesHelper::modifySiteList(const wchar_t* newPath, bool bReplaceRepositor
   const AString targetDir = DirectoryOf(m_siteListPath);
   if (!AFiler::createDirectories(targetDir)) return false;
   SiteListChange change(targetDir, c_serverComponent);
-  if (!change.Begin() || !StageKeyFiles(*this, change, newPath, newSites.get(), keyDir.c_str()) ||
+  if (!StageKeyFiles(*this, change, newPath, newSites.get(), keyDir.c_str()) ||
       !change.Stage(FileNameOf(m_siteListPath), reinterpret_cast<const unsigned char*>(text.data()), text.size(),
                     c_newSiteListMode) ||
       !change.Commit())
