@@ -11,24 +11,7 @@
 
 namespace {
 
-// Closes the descriptor on every return path, keeping errno for the caller.
-class Fd {
- public:
-  explicit Fd(int fd) : m_fd(fd) {}
-  ~Fd() {
-    if (m_fd >= 0) {
-      const int saved = errno;
-      port::Sys().close(m_fd);
-      errno = saved;
-    }
-  }
-  Fd(const Fd&) = delete;
-  Fd& operator=(const Fd&) = delete;
-  int get() const { return m_fd; }
-
- private:
-  int m_fd;
-};
+using port::Fd;
 
 // Reads a whole regular file; its permission bits go to mode. Never blocks:
 // a FIFO opened without O_NONBLOCK would wait for a writer, so the type is

@@ -33,21 +33,6 @@ bool IsTemporaryOf(const std::string& temporary, const std::string& target) {
   return IsPlainName(temporary) && temporary.size() > prefix.size() && temporary.compare(0, prefix.size(), prefix) == 0;
 }
 
-class Fd {
- public:
-  explicit Fd(int fd) : m_fd(fd) {}
-  ~Fd() {
-    const int saved = errno;
-    if (m_fd >= 0) Sys().close(m_fd);
-    errno = saved;
-  }
-  Fd(const Fd&) = delete;
-  Fd& operator=(const Fd&) = delete;
-  int get() const { return m_fd; }
-
- private:
-  int m_fd;
-};
 
 }  // namespace
 

@@ -1,5 +1,6 @@
 #include "port/fs/SysCalls.h"
 
+#include <errno.h>
 #include <stdio.h>
 #include <unistd.h>
 
@@ -39,6 +40,13 @@ SysCalls& Sys() {
   // another translation unit can reach it.
   static SysCalls table = kReal;
   return table;
+}
+
+Fd::~Fd() {
+  if (m_fd < 0) return;
+  const int saved = errno;
+  Sys().close(m_fd);
+  errno = saved;
 }
 
 ScopedSysCallOverride::ScopedSysCallOverride(const SysCalls& table) : m_saved(Sys()) { Sys() = table; }

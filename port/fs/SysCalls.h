@@ -8,6 +8,7 @@
 #define VLM_PORT_FS_SYSCALLS_H
 
 #include <fcntl.h>
+#include <unistd.h>
 #include <sys/stat.h>
 #include <sys/types.h>
 
@@ -34,6 +35,32 @@ struct SysCalls {
 
 // The table in use.
 SysCalls& Sys();
+
+// A descriptor closed (through the table) when the object ends, keeping
+// errno for the caller.
+class Fd {
+ public:
+  explicit Fd(int fd) : m_fd(fd) {}
+  ~Fd();
+  Fd(const Fd&) = delete;
+  Fd& operator=(const Fd&) = delete;
+  int get() const { return m_fd; }
+
+ private:
+  int m_fd;
+};
+
+// A lock of the whole file, however large it grows, for fcntlLock with the
+// open-file-description commands (l_pid must be 0 for them).
+inline struct flock WholeFile(short type) {
+  struct flock fl {};
+  fl.l_type = type;
+  fl.l_whence = SEEK_SET;
+  fl.l_start = 0;
+  fl.l_len = 0;
+  fl.l_pid = 0;
+  return fl;
+}
 // The real system calls.
 const SysCalls& RealSysCalls();
 

@@ -44,16 +44,6 @@ std::string RandomSuffix() {
   return s;
 }
 
-struct flock WholeFile(short type) {
-  struct flock fl {};
-  fl.l_type = type;
-  fl.l_whence = SEEK_SET;
-  fl.l_start = 0;
-  fl.l_len = 0;
-  fl.l_pid = 0;  // must be 0 for open-file-description locks
-  return fl;
-}
-
 void CloseKeepErrno(int fd) {
   const int saved = errno;
   Sys().close(fd);

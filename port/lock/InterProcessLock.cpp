@@ -131,15 +131,7 @@ int OpenLockFile(const std::string& name) {
   return fd;
 }
 
-struct flock WholeFile(short type) {
-  struct flock fl {};
-  fl.l_type = type;
-  fl.l_whence = SEEK_SET;
-  fl.l_start = 0;
-  fl.l_len = 0;  // to the end of the file, however large it grows
-  fl.l_pid = 0;  // must be 0 for OFD locks
-  return fl;
-}
+using port::WholeFile;
 
 bool AcquireBlocking(int fd, short type) {
   for (;;) {

@@ -28,6 +28,7 @@ using sitehlp::CSitesHelper;
 using sitehlp::tag_Site;
 using testsupport::CapturingLogSink;
 using testsupport::ConfigScope;
+using testsupport::MakeSpecialFile;
 using testsupport::ReadFile;
 using testsupport::Wide;
 using testsupport::WriteFile;
@@ -37,20 +38,6 @@ const char kOwnList[] =
     "<SiteList Default=\"1\" Name=\"SomeGUID\"><SpipeSite Type=\"master\" Name=\"Vantor_MasterSite\" Order=\"1\" "
     "Enabled=\"1\" Local=\"0\" Server=\"mgmt.corp.example:443\"><RelativePath>Software</RelativePath></SpipeSite>"
     "</SiteList></ns:SiteLists>\n";
-
-// Makes a file of the kind at path; the socket stays bound while the
-// returned descriptor is open (-1 for the other kinds, -2 on failure).
-int MakeSpecialFile(const std::string& kind, const std::string& path) {
-  if (kind == "fifo") return mkfifo(path.c_str(), 0644) == 0 ? -1 : -2;
-  if (kind == "device") return mknod(path.c_str(), S_IFCHR | 0644, makedev(1, 3)) == 0 ? -1 : -2;
-  if (kind == "directory") return mkdir(path.c_str(), 0755) == 0 ? -1 : -2;
-  const int fd = socket(AF_UNIX, SOCK_STREAM, 0);
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  std::snprintf(address.sun_path, sizeof address.sun_path, "%s", path.c_str());
-  if (fd < 0 || bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) return -2;
-  return fd;
-}
 
 // ---- a writer waiting behind the reader ---------------------------------------
 

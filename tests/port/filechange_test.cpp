@@ -20,16 +20,10 @@
 namespace {
 
 using testsupport::FileExists;
+using testsupport::ListDir;
 using testsupport::ReadFile;
 using testsupport::TempDir;
 using testsupport::WriteFile;
-
-std::vector<std::string> ListDir(const std::string& dir) {
-  std::vector<std::string> names;
-  for (const auto& e : std::filesystem::directory_iterator(dir)) names.push_back(e.path().filename().string());
-  std::sort(names.begin(), names.end());
-  return names;
-}
 
 struct stat StatOf(const std::string& path) {
   struct stat st {};

@@ -21,17 +21,9 @@ namespace {
 
 using testsupport::ConfigScope;
 using testsupport::FileExists;
+using testsupport::UmaskScope;
 using testsupport::WriteFile;
 
-// Sets the umask for one test and puts the old one back.
-class UmaskScope {
- public:
-  explicit UmaskScope(mode_t mask) : m_old(umask(mask)) {}
-  ~UmaskScope() { umask(m_old); }
-
- private:
-  mode_t m_old;
-};
 
 constexpr int kGotLock = 10;
 constexpr int kNoLock = 20;

@@ -21,16 +21,11 @@
 
 namespace {
 
+using testsupport::ListDir;
 using testsupport::ReadFile;
+using testsupport::UmaskScope;
 using testsupport::TempDir;
 using testsupport::WriteFile;
-
-std::vector<std::string> ListDir(const std::string& dir) {
-  std::vector<std::string> names;
-  for (const auto& e : std::filesystem::directory_iterator(dir)) names.push_back(e.path().filename().string());
-  std::sort(names.begin(), names.end());
-  return names;
-}
 
 mode_t ModeOf(const std::string& path) {
   struct stat st {};
@@ -51,16 +46,6 @@ gid_t GroupOf(const std::string& path) {
 int Replace(const std::string& path, const std::string& bytes, mode_t mode = 0644) {
   return port::ReplaceFileContents(path, bytes.data(), bytes.size(), mode);
 }
-
-// Sets the umask for one test and puts the old one back.
-class UmaskScope {
- public:
-  explicit UmaskScope(mode_t mask) : m_old(umask(mask)) {}
-  ~UmaskScope() { umask(m_old); }
-
- private:
-  mode_t m_old;
-};
 
 TEST(SafeWrite, NewFileGetsExactModeWhateverTheUmask) {
   TempDir dir;

@@ -25,6 +25,7 @@
 namespace {
 
 using namespace AdvXMLParser;
+using testsupport::MakeSpecialFile;
 using testsupport::ReadFile;
 using testsupport::TempDir;
 using testsupport::WriteFile;
@@ -478,20 +479,6 @@ std::pair<int, std::string> Refusal(F body) {
     return {e.GetErrorCode(), e.what()};
   }
   return {0, ""};
-}
-
-// Makes a file of each kind that is no regular file; the socket is bound and
-// kept open by the returned descriptor (-1 for the other kinds).
-int MakeSpecialFile(const std::string& kind, const std::string& path) {
-  if (kind == "fifo") return mkfifo(path.c_str(), 0644) == 0 ? -1 : -2;
-  if (kind == "device") return mknod(path.c_str(), S_IFCHR | 0644, makedev(1, 3)) == 0 ? -1 : -2;
-  if (kind == "directory") return mkdir(path.c_str(), 0755) == 0 ? -1 : -2;
-  const int fd = socket(AF_UNIX, SOCK_STREAM, 0);
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  std::snprintf(address.sun_path, sizeof address.sun_path, "%s", path.c_str());
-  if (fd < 0 || bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) return -2;
-  return fd;
 }
 
 // Both readers, each in a child that an alarm ends: 0 when every read was

@@ -41,14 +41,6 @@ mode_t ModeOf(const std::string& path) {
   return st.st_mode & 07777;
 }
 
-// The names in dir, sorted.
-std::vector<std::string> Entries(const std::string& dir) {
-  std::vector<std::string> names;
-  for (const auto& e : std::filesystem::directory_iterator(dir)) names.push_back(e.path().filename().string());
-  std::sort(names.begin(), names.end());
-  return names;
-}
-
 std::string Bytes(const ABuffer& buffer) {
   return std::string(reinterpret_cast<const char*>(buffer.getBytes()), buffer.size());
 }
@@ -318,7 +310,7 @@ TEST_F(KeyFilesTest, WritingKeyFilesIsAllOrNothing) {
   EXPECT_FALSE(FileExists(Target("req2048seckey.bin")));
   EXPECT_EQ(std::vector<std::wstring>{L"Unable to write " + Wide(Target("sr2048pubkey.bin")) + L": Is a directory"},
             m_log.messages(LogLevel::Error));
-  EXPECT_EQ((std::vector<std::string>{"sr2048pubkey.bin", "srpubkey.bin"}), Entries(m_target));
+  EXPECT_EQ((std::vector<std::string>{"sr2048pubkey.bin", "srpubkey.bin"}), testsupport::ListDir(m_target));
 }
 
 TEST_F(KeyFilesTest, WriteKeyFilesWithNoPublicKeyWritesTheRequestKeysAndSucceeds) {
@@ -332,7 +324,7 @@ TEST_F(KeyFilesTest, AStaleRequestKeyThatCannotBeDeletedFailsTheWriteAndWritesNo
   ABuffer sr(reinterpret_cast<const unsigned char*>(kSrPub.data()), kSrPub.size());
   EXPECT_FALSE(m_helper.writeKeyFiles(true, false, sr, ABuffer(), false, false, ABuffer(), ABuffer(), Wide(m_target)));
   EXPECT_FALSE(FileExists(Target("srpubkey.bin")));
-  EXPECT_EQ(std::vector<std::string>{"reqseckey.bin"}, Entries(m_target));
+  EXPECT_EQ(std::vector<std::string>{"reqseckey.bin"}, testsupport::ListDir(m_target));
 }
 
 TEST_F(KeyFilesTest, AKeyFileTargetThatIsASymbolicLinkIsReplacedNotFollowed) {

@@ -57,13 +57,6 @@ struct stat StatOf(const std::string& path) {
   return st;
 }
 
-std::vector<std::string> Entries(const std::string& dir) {
-  std::vector<std::string> names;
-  for (const auto& e : std::filesystem::directory_iterator(dir)) names.push_back(e.path().filename().string());
-  std::sort(names.begin(), names.end());
-  return names;
-}
-
 class PlaceSiteFilesTest : public ::testing::Test {
  protected:
   PlaceSiteFilesTest() : m_etc(m_config.dataDir() + "/etc") {
@@ -104,7 +97,7 @@ TEST_F(PlaceSiteFilesTest, PlacesEveryFileWithExactBytesAndKeepsOwnersGroupsAndM
   EXPECT_EQ(0604u, StatOf(Etc("srpubkey.bin")).st_mode & 07777);
   EXPECT_EQ(0640u, StatOf(Etc("sr2048pubkey.bin")).st_mode & 07777);
   EXPECT_EQ(0u, StatOf(Etc("sr2048pubkey.bin")).st_uid);
-  EXPECT_EQ((std::vector<std::string>{"SiteList.xml", "sr2048pubkey.bin", "srpubkey.bin"}), Entries(m_etc));
+  EXPECT_EQ((std::vector<std::string>{"SiteList.xml", "sr2048pubkey.bin", "srpubkey.bin"}), testsupport::ListDir(m_etc));
   // A file to be absent that is missing already counts as removed.
   EXPECT_EQ(0, helper.PlaceSiteFiles({Absent(Etc("reqseckey.bin")), File(Etc("srpubkey.bin"), "again")}));
   EXPECT_EQ("again", ReadFile(Etc("srpubkey.bin")));
@@ -140,7 +133,7 @@ TEST_F(PlaceSiteFilesTest, AFileThatCannotBePlacedLeavesEveryFileAsItWasAndIsLog
   EXPECT_EQ(std::vector<std::wstring>{L"Unable to write " + Wide(Etc("sr2048pubkey.bin")) + L": Is a directory"},
             log.messages(port::LogLevel::Error));
   EXPECT_EQ((std::vector<std::string>{"SiteList.xml", "reqseckey.bin", "sr2048pubkey.bin", "srpubkey.bin"}),
-            Entries(m_etc));
+            testsupport::ListDir(m_etc));
   log.clear();
   EXPECT_EQ(-11, helper.PlaceSiteFiles({File(m_config.dataDir() + "/missing/SiteList.xml", kNewList)}));
   EXPECT_EQ(std::vector<std::wstring>{L"Unable to write " + Wide(m_config.dataDir()) +

@@ -2,9 +2,15 @@
 
 #include <grp.h>
 #include <stdlib.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
 
 #include <filesystem>
 #include <fstream>
@@ -139,6 +145,32 @@ int RunAsOtherUser(const std::function<int()>& body) {
 
 void OpenToOtherUsers(const std::string& dir) {
   if (chmod(dir.c_str(), 0777) != 0) throw std::runtime_error("cannot open " + dir + " to other users");
+}
+
+std::vector<std::string> ListDir(const std::string& dir) {
+  std::vector<std::string> names;
+  for (const auto& e : std::filesystem::directory_iterator(dir)) names.push_back(e.path().filename().string());
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+UmaskScope::UmaskScope(mode_t mask) : m_old(umask(mask)) {}
+UmaskScope::~UmaskScope() { umask(m_old); }
+
+int MakeSpecialFile(const std::string& kind, const std::string& path) {
+  if (kind == "fifo") return mkfifo(path.c_str(), 0644) == 0 ? -1 : -2;
+  if (kind == "device") return mknod(path.c_str(), S_IFCHR | 0644, makedev(1, 3)) == 0 ? -1 : -2;
+  if (kind == "directory") return mkdir(path.c_str(), 0755) == 0 ? -1 : -2;
+  if (kind != "socket") return -2;
+  const int fd = socket(AF_UNIX, SOCK_STREAM, 0);
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  std::snprintf(address.sun_path, sizeof address.sun_path, "%s", path.c_str());
+  if (fd < 0 || bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
+    if (fd >= 0) close(fd);
+    return -2;
+  }
+  return fd;
 }
 
 bool FileExists(const std::string& path) { return access(path.c_str(), F_OK) == 0; }

@@ -111,6 +111,27 @@ int RunAsOtherUser(const std::function<int()>& body);
 // Lets other users into dir: mode 0777 (a test directory is made 0700).
 void OpenToOtherUsers(const std::string& dir);
 
+// The names in dir, sorted.
+std::vector<std::string> ListDir(const std::string& dir);
+
+// Sets the umask for one test and puts the old one back.
+class UmaskScope {
+ public:
+  explicit UmaskScope(mode_t mask);
+  ~UmaskScope();
+  UmaskScope(const UmaskScope&) = delete;
+  UmaskScope& operator=(const UmaskScope&) = delete;
+
+ private:
+  mode_t m_old;
+};
+
+// Makes a file that is no regular file at path: kind is "fifo", "socket"
+// (bound, and kept so while the returned descriptor is open), "device" (a
+// character device with the numbers of /dev/null) or "directory". Returns
+// the socket's descriptor, -1 for the other kinds, -2 on failure.
+int MakeSpecialFile(const std::string& kind, const std::string& path);
+
 // Whole-file helpers.
 void WriteFile(const std::string& path, const std::string& bytes);
 std::string ReadFile(const std::string& path);
