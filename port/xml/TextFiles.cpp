@@ -78,14 +78,14 @@ int OpenForReading(const std::string& narrow, struct stat& st) {
   const int fd = port::Sys().open(narrow.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, 0);
   if (fd < 0) {
     const int code = LastError();
-    if (code == ENXIO) throw ReadWriteException(code, "not a regular file");
+    if (code == ENXIO) throw ReadWriteException(code, "cannot read " + narrow + ": not a regular file");
     ThrowIo(code, "cannot open", narrow);
   }
   Descriptor guard(fd);
   errno = 0;
   if (port::Sys().fstat(fd, &st) != 0) ThrowIo(LastError(), "cannot stat", narrow);
   if (!S_ISREG(st.st_mode))
-    throw ReadWriteException(S_ISDIR(st.st_mode) ? EISDIR : EINVAL, "not a regular file");
+    throw ReadWriteException(S_ISDIR(st.st_mode) ? EISDIR : EINVAL, "cannot read " + narrow + ": not a regular file");
   CheckSize(static_cast<unsigned long long>(st.st_size));
   return guard.release();
 }

@@ -493,7 +493,7 @@ int ReadsAreRefusedAtOnce(const std::string& path) {
     const auto wide = Refusal([&] { ReadBufferFromFile(AString(path), text, encoding); });
     Utf8Text utf8;
     const auto narrow = Refusal([&] { ReadUtf8FromFile(AString(path), utf8); });
-    const bool refused = wide.first != 0 && wide.second == "not a regular file" && narrow == wide;
+    const bool refused = wide.first != 0 && wide.second == "cannot read " + path + ": not a regular file" && narrow == wide;
     _exit(refused ? 0 : 1);
   }
   int status = 0;

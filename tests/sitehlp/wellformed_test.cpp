@@ -231,7 +231,7 @@ TEST_F(WellFormedSiteListTest, CheckAnswersMissingUnreadableAndNoPath) {
   std::filesystem::create_directory(OwnPath());
   EXPECT_EQ(-10, helper.CheckSiteListDocument(L"", check));
   EXPECT_EQ(0u, check.nLine);
-  EXPECT_EQ(Wide("cannot read " + OwnPath() + ": Is a directory"), check.szDescription);
+  EXPECT_EQ(Wide("cannot read " + OwnPath() + ": not a regular file"), check.szDescription);
   std::filesystem::remove(OwnPath());
 
   WriteFile(OwnPath(), "<ns:SiteLists xmlns:ns=\"zelSiteList\" Name=\"\xC3\x28\"/>");
