@@ -18,6 +18,7 @@
 
 #include "platform/AString.h"
 #include "port/log/Log.h"
+#include "port/text/Unicode.h"
 #include "port/xml/AdvXMLParser.h"
 #include "sitehlp/Numbers.h"
 #include "sitehlp/SitesHelper.h"
@@ -29,7 +30,7 @@ namespace sitehlp {
 inline std::size_t Utf8PrefixBytes(const char* utf8, std::size_t size, std::size_t characters) {
   std::size_t seen = 0;
   for (std::size_t i = 0; i < size; ++i) {
-    if ((static_cast<unsigned char>(utf8[i]) & 0xC0) == 0x80) continue;  // a continuation byte
+    if (port::text::IsUtf8Continuation(static_cast<unsigned char>(utf8[i]))) continue;
     if (seen++ == characters) return i;
   }
   return size;
@@ -52,7 +53,7 @@ inline void FillField(CSitesHelper& helper, wchar_t* field, const char* utf8, un
   // is enough: a value of megabytes is never widened to four times its size.
   std::size_t bytes = std::strlen(utf8);
   if (!port::LogEnabled(port::LogLevel::Detail)) bytes = Utf8PrefixBytes(utf8, bytes, capacity);
-  const std::wstring wide = platform_detail::Utf8ToWide(utf8, bytes);
+  const std::wstring wide = port::text::DecodeUtf8(utf8, bytes);
   helper.CopyWStr(field, wide.c_str(), capacity);
 }
 
@@ -100,7 +101,7 @@ inline void FillHostPort(CSitesHelper& helper, wchar_t* field, unsigned int capa
     StreamExtractUnsigned(tail, tail + tailLength, port);
     return;
   }
-  const std::wstring wide = platform_detail::Utf8ToWide(utf8, std::strlen(utf8));
+  const std::wstring wide = port::text::DecodeUtf8(utf8, std::strlen(utf8));
   std::wstring hostText;
   split_host_and_port(wide, hostText, port);
   helper.CopyWStr(field, hostText.c_str(), capacity);

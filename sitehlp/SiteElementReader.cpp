@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "port/log/Log.h"
+#include "port/text/Unicode.h"
 #include "port/xml/AdvXMLParser.h"
 #include "sitehlp/Allocation.h"
 #include "sitehlp/Component.h"
@@ -94,7 +95,7 @@ void ExtractUnsignedUtf8(const char* utf8, uint32_t& value) {
   if (AdvXMLParser::DecodeUtf8Into(utf8, wide, 64, length)) {
     StreamExtractUnsigned(wide, wide + length, v);
   } else {
-    StreamExtractUnsigned(platform_detail::Utf8ToWide(utf8, std::strlen(utf8)), v);
+    StreamExtractUnsigned(port::text::DecodeUtf8(utf8, std::strlen(utf8)), v);
   }
   value = v;
 }
@@ -121,7 +122,7 @@ void ReadHostPort(CSitesHelper& helper, const SiteField& field, const char* utf8
   if (preferred) {
     if (utf8 && std::strchr(utf8, ':')) {
       std::wstring ignoredHost;
-      split_host_and_port(platform_detail::Utf8ToWide(utf8, std::strlen(utf8)), ignoredHost, port);
+      split_host_and_port(port::text::DecodeUtf8(utf8, std::strlen(utf8)), ignoredHost, port);
     } else {
       port = c_defaultHttpPort;
     }

@@ -1,9 +1,9 @@
 // AString: the platform's wide string (UTF-32 wchar_t on Linux), and
 // ACharString: its narrow UTF-8 form for file names, numbers and crypto input.
 //
-// Header-only on purpose: these types appear in the exported API of
-// libvlmCmnLib, and callers must be able to use them without linking any
-// port-layer symbol. Thread safety: like std::wstring.
+// These types appear in the exported API of libvlmCmnLib; their conversions
+// are the library's own (exported, so that callers of the API can use the
+// types too). Thread safety: like std::wstring.
 #ifndef VLM_PLATFORM_ASTRING_H
 #define VLM_PLATFORM_ASTRING_H
 
@@ -11,73 +11,24 @@
 #include <cwchar>
 #include <string>
 
-namespace platform_detail {
+#include "sitehlp/export.h"
+
+namespace sitehlp {
 
 // Decodes UTF-8; malformed sequences become U+FFFD so that no input is lost
 // silently into a shorter string.
-inline std::wstring Utf8ToWide(const char* s, std::size_t n) {
-  std::wstring out;
-  out.reserve(n);
-  std::size_t i = 0;
-  while (i < n) {
-    unsigned char c = static_cast<unsigned char>(s[i]);
-    if (c < 0x80) {
-      out.push_back(static_cast<wchar_t>(c));
-      ++i;
-      continue;
-    }
-    int len = (c >= 0xF0 && c <= 0xF4) ? 4 : (c >= 0xE0) && c < 0xF0 ? 3 : (c >= 0xC2 && c < 0xE0) ? 2 : 0;
-    if (len == 0 || i + len > n) {
-      out.push_back(static_cast<wchar_t>(0xFFFD));
-      ++i;
-      continue;
-    }
-    unsigned long cp = c & (0x7F >> len);
-    bool ok = true;
-    for (int k = 1; k < len; ++k) {
-      unsigned char cc = static_cast<unsigned char>(s[i + k]);
-      if ((cc & 0xC0) != 0x80) { ok = false; break; }
-      cp = (cp << 6) | (cc & 0x3F);
-    }
-    if (ok && ((len == 3 && (cp < 0x800 || (cp >= 0xD800 && cp <= 0xDFFF))) || (len == 4 && (cp < 0x10000 || cp > 0x10FFFF))))
-      ok = false;
-    if (!ok) {
-      out.push_back(static_cast<wchar_t>(0xFFFD));
-      ++i;
-      continue;
-    }
-    out.push_back(static_cast<wchar_t>(cp));
-    i += len;
-  }
-  return out;
-}
+VLM_EXPORT std::wstring Utf8ToWide(const char* s, std::size_t n);
+// Encodes UTF-8; a value that is no Unicode scalar value becomes U+FFFD.
+VLM_EXPORT std::string WideToUtf8(const wchar_t* s, std::size_t n);
+// Appends the UTF-8 of one character, as WideToUtf8 encodes it.
+VLM_EXPORT void AppendUtf8(std::string& out, unsigned long cp);
 
-inline void AppendUtf8(std::string& out, unsigned long cp) {
-  if (cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF)) cp = 0xFFFD;
-  if (cp < 0x80) {
-    out.push_back(static_cast<char>(cp));
-  } else if (cp < 0x800) {
-    out.push_back(static_cast<char>(0xC0 | (cp >> 6)));
-    out.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
-  } else if (cp < 0x10000) {
-    out.push_back(static_cast<char>(0xE0 | (cp >> 12)));
-    out.push_back(static_cast<char>(0x80 | ((cp >> 6) & 0x3F)));
-    out.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
-  } else {
-    out.push_back(static_cast<char>(0xF0 | (cp >> 18)));
-    out.push_back(static_cast<char>(0x80 | ((cp >> 12) & 0x3F)));
-    out.push_back(static_cast<char>(0x80 | ((cp >> 6) & 0x3F)));
-    out.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
-  }
-}
+}  // namespace sitehlp
 
-inline std::string WideToUtf8(const wchar_t* s, std::size_t n) {
-  std::string out;
-  out.reserve(n);
-  for (std::size_t i = 0; i < n; ++i) AppendUtf8(out, static_cast<unsigned long>(s[i]));
-  return out;
-}
-
+namespace platform_detail {
+using sitehlp::AppendUtf8;
+using sitehlp::Utf8ToWide;
+using sitehlp::WideToUtf8;
 }  // namespace platform_detail
 
 // Wide string of the platform. Converts from narrow text as UTF-8.

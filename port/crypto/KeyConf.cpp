@@ -23,6 +23,8 @@
 #include "port/crypto/CryptShim.h"
 #include "port/crypto/KeyCache.h"
 #include "port/fs/SysCalls.h"
+#include "port/fs/Temporary.h"
+#include "port/fs/WholeFile.h"
 #include "port/log/Log.h"
 
 namespace {
@@ -54,26 +56,7 @@ void LogFailure(const std::string& what, const std::string& path, int err) {
   logError(kComponent, AString(what + " " + path) + L": " + ErrnoText(err));
 }
 
-// Closes a descriptor on scope exit.
-class Fd {
- public:
-  explicit Fd(int fd) : m_fd(fd) {}
-  ~Fd() {
-    if (m_fd >= 0) port::Sys().close(m_fd);
-  }
-  Fd(const Fd&) = delete;
-  Fd& operator=(const Fd&) = delete;
-  int get() const { return m_fd; }
-  // Closes now and reports the result (a failing close may lose written data).
-  int close() {
-    int fd = m_fd;
-    m_fd = -1;
-    return port::Sys().close(fd);
-  }
-
- private:
-  int m_fd;
-};
+using port::Fd;
 
 // mkdir -p with mode 0700 for every directory it creates: keys are readable
 // by their owner only, and so is the way to them.
@@ -130,17 +113,11 @@ ReadResult ReadKeyFile(const std::string& path, KeyBytes& key) {
   // One byte more than a key, to tell a longer file from a key.
   unsigned char buf[KeyConf::c_keySize + 1];
   std::size_t total = 0;
-  while (total < sizeof(buf)) {
-    ssize_t n = port::Sys().read(fd.get(), buf + total, sizeof(buf) - total);
-    if (n < 0) {
-      if (errno == EINTR) continue;
-      const int err = errno;
-      OPENSSL_cleanse(buf, sizeof(buf));
-      LogFailure("Cannot read key file", path, err);
-      return ReadResult::Error;
-    }
-    if (n == 0) break;
-    total += static_cast<std::size_t>(n);
+  const int err = port::ReadFully(fd.get(), buf, sizeof(buf), total);
+  if (err != 0) {
+    OPENSSL_cleanse(buf, sizeof(buf));
+    LogFailure("Cannot read key file", path, err);
+    return ReadResult::Error;
   }
   const bool ok = total == KeyConf::c_keySize;
   if (ok) std::memcpy(key.data(), buf, key.size());
@@ -163,13 +140,6 @@ bool WriteAll(int fd, const unsigned char* data, std::size_t size) {
     done += static_cast<std::size_t>(n);
   }
   return true;
-}
-
-// Makes the new directory entry durable; a failure here only weakens
-// durability after a crash, so it is not treated as an error.
-void SyncDirectory(const std::string& dir) {
-  Fd fd(port::Sys().open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC, 0));
-  if (fd.get() >= 0) port::Sys().fsync(fd.get());
 }
 
 std::string HexRandom() {
@@ -245,7 +215,8 @@ CreateResult CreateKeyFile(const std::string& dir, const std::string& path, int 
   }
   port::Sys().unlink(temp.c_str());  // after a rename it is gone already
   if (result == CreateResult::Created) {
-    SyncDirectory(dir);
+    // A failure here only weakens durability after a crash: no error.
+    port::SyncDirectory(dir);
     key = fresh;
   }
   OPENSSL_cleanse(fresh.data(), fresh.size());

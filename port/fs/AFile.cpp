@@ -3,44 +3,24 @@
 #include <errno.h>
 #include <unistd.h>
 
+#include <climits>
 #include <string>
-#include <vector>
 
 #include "port/fs/SafeWrite.h"
 #include "port/fs/SysCalls.h"
+#include "port/fs/WholeFile.h"
 
 namespace {
 
-using port::Fd;
-
-// Reads a whole regular file; its permission bits go to mode. Never blocks:
-// a FIFO opened without O_NONBLOCK would wait for a writer, so the type is
-// checked on a descriptor opened without waiting.
-bool ReadRegularFile(const std::string& path, std::vector<unsigned char>& out, mode_t& mode) {
-  Fd fd(port::Sys().open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, 0));
-  if (fd.get() < 0) return false;
-  struct stat st {};
-  if (port::Sys().fstat(fd.get(), &st) != 0) return false;
-  if (!S_ISREG(st.st_mode)) {
-    errno = S_ISDIR(st.st_mode) ? EISDIR : EINVAL;
+// Reads a whole regular file, never waiting on a FIFO; its permission bits
+// go to mode. False with errno set when it cannot be read.
+bool ReadRegularFile(const std::string& path, port::ByteBuffer& bytes, mode_t& mode) {
+  const port::ReadResult read = port::ReadWholeFile(path, O_NOCTTY, ULLONG_MAX, bytes);
+  if (read.step != port::ReadStep::Done) {
+    errno = read.code;
     return false;
   }
-  mode = st.st_mode & 07777;
-  // st_size is only a hint: the file may grow or shrink while we read.
-  std::vector<unsigned char> buf(static_cast<std::size_t>(st.st_size) + 1);
-  std::size_t used = 0;
-  for (;;) {
-    if (used == buf.size()) buf.resize(buf.size() * 2);
-    const ssize_t n = port::Sys().read(fd.get(), buf.data() + used, buf.size() - used);
-    if (n < 0) {
-      if (errno == EINTR) continue;
-      return false;
-    }
-    if (n == 0) break;
-    used += static_cast<std::size_t>(n);
-  }
-  buf.resize(used);
-  out.swap(buf);
+  mode = read.mode;
   return true;
 }
 
@@ -53,10 +33,10 @@ bool AFile::exists(const AString& path) {
 }
 
 bool AFile::read(const AString& path, ABuffer& contents) {
-  std::vector<unsigned char> bytes;
+  port::ByteBuffer bytes;
   mode_t mode = 0;
   if (!ReadRegularFile(ACharString(path), bytes, mode)) return false;
-  contents.assign(bytes.data(), bytes.size());
+  contents.assign(reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size());
   return true;
 }
 
@@ -84,7 +64,7 @@ bool AFile::remove(const AString& path) {
 }
 
 bool AFile::copy(const AString& from, const AString& to) {
-  std::vector<unsigned char> bytes;
+  port::ByteBuffer bytes;
   mode_t mode = 0;
   if (!ReadRegularFile(ACharString(from), bytes, mode)) return false;
   // A new copy is no more readable than its source (key files are 0600).

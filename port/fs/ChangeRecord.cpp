@@ -7,13 +7,14 @@
 
 #include "port/fs/SysCalls.h"
 #include "port/fs/Temporary.h"
+#include "port/fs/WholeFile.h"
 
 namespace port {
 
 namespace {
 
 // A record names a handful of files; anything larger is not one of ours.
-constexpr off_t kMaxRecordBytes = 64 * 1024;
+constexpr unsigned long long kMaxRecordBytes = 64 * 1024;
 
 constexpr char kHeader[] = "change 1";
 constexpr char kPut[] = "put ";
@@ -86,31 +87,18 @@ bool ParseChangeRecord(const std::string& text, std::vector<ChangeStep>& steps) 
 }
 
 int ReadChangeRecord(const std::string& dir, std::vector<ChangeStep>& steps) {
-  const std::string path = dir + "/" + kChangeRecordName;
-  errno = 0;
   // Never blocks: a FIFO put in its place is refused like any other
   // non-regular file, and a symbolic link is not followed.
-  Fd fd(Sys().open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC, 0));
-  if (fd.get() < 0) return errno == ELOOP || errno == ENXIO ? EBADMSG : LastError();
-  struct stat st {};
-  errno = 0;
-  if (Sys().fstat(fd.get(), &st) != 0) return LastError();
-  if (!S_ISREG(st.st_mode) || st.st_size > kMaxRecordBytes) return EBADMSG;
-  std::string text(static_cast<std::size_t>(kMaxRecordBytes) + 1, '\0');
-  std::size_t used = 0;
-  for (;;) {
-    errno = 0;
-    const ssize_t n = Sys().read(fd.get(), &text[used], text.size() - used);
-    if (n < 0) {
-      if (errno == EINTR) continue;
-      return LastError();
-    }
-    if (n == 0) break;
-    used += static_cast<std::size_t>(n);
-    if (used == text.size()) return EBADMSG;
+  ByteBuffer bytes;
+  const ReadResult read = ReadWholeFile(dir + "/" + kChangeRecordName, O_NOFOLLOW, kMaxRecordBytes, bytes);
+  switch (read.step) {
+    case ReadStep::Done: break;
+    case ReadStep::Open: return read.code == ELOOP || read.code == ENXIO ? EBADMSG : read.code;
+    case ReadStep::NotRegular:
+    case ReadStep::TooLarge: return EBADMSG;
+    default: return read.code;
   }
-  text.resize(used);
-  return ParseChangeRecord(text, steps) ? 0 : EBADMSG;
+  return ParseChangeRecord(std::string(bytes.data(), bytes.size()), steps) ? 0 : EBADMSG;
 }
 
 bool PendingChangeNames(const std::string& dir, const std::string& temporary) {

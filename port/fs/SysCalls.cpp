@@ -49,6 +49,8 @@ Fd::~Fd() {
   errno = saved;
 }
 
+int Fd::close() { return Sys().close(release()); }
+
 ScopedSysCallOverride::ScopedSysCallOverride(const SysCalls& table) : m_saved(Sys()) { Sys() = table; }
 
 ScopedSysCallOverride::~ScopedSysCallOverride() { Sys() = m_saved; }

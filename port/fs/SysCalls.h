@@ -45,6 +45,14 @@ class Fd {
   Fd(const Fd&) = delete;
   Fd& operator=(const Fd&) = delete;
   int get() const { return m_fd; }
+  // Gives the descriptor up without closing it.
+  int release() {
+    const int fd = m_fd;
+    m_fd = -1;
+    return fd;
+  }
+  // Closes now and reports the result (a failing close may lose written data).
+  int close();
 
  private:
   int m_fd;

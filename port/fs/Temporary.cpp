@@ -44,12 +44,6 @@ std::string RandomSuffix() {
   return s;
 }
 
-void CloseKeepErrno(int fd) {
-  const int saved = errno;
-  Sys().close(fd);
-  errno = saved;
-}
-
 // Takes the write lock of a temporary just created, waiting while a sweep
 // holds it. 0 when locked and still linked; EAGAIN when a sweep removed it
 // first (the caller tries another name); or errno.
@@ -97,17 +91,16 @@ int Chown(int fd, const Attributes& attributes) {
 // its record has already written it.
 void SweepOne(const std::string& dir, const std::string& entry) {
   const std::string path = dir + "/" + entry;
-  const int fd = Sys().open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0);
-  if (fd < 0) return;
+  const Fd fd(Sys().open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0));
+  if (fd.get() < 0) return;
   struct stat held {};
   struct stat named {};
   struct flock fl = WholeFile(F_RDLCK);
-  if (Sys().fstat(fd, &held) == 0 && S_ISREG(held.st_mode) && Sys().fcntlLock(fd, F_OFD_SETLK, &fl) == 0 &&
+  if (Sys().fstat(fd.get(), &held) == 0 && S_ISREG(held.st_mode) && Sys().fcntlLock(fd.get(), F_OFD_SETLK, &fl) == 0 &&
       !PendingChangeNames(dir, entry) && Sys().lstat(path.c_str(), &named) == 0 && named.st_ino == held.st_ino &&
       named.st_dev == held.st_dev) {
     Sys().unlink(path.c_str());
   }
-  Sys().close(fd);
 }
 
 }  // namespace
@@ -122,13 +115,11 @@ void SplitTarget(const std::string& path, std::string& dir, std::string& name) {
 
 int SyncDirectory(const std::string& dir) {
   errno = 0;
-  const int fd = Sys().open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC, 0);
-  if (fd < 0) return LastError();
-  int rc = 0;
+  const Fd fd(Sys().open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC, 0));
+  if (fd.get() < 0) return LastError();
   errno = 0;
-  if (Sys().fsync(fd) != 0 && errno != EINVAL) rc = LastError();
-  Sys().close(fd);
-  return rc;
+  if (Sys().fsync(fd.get()) != 0 && errno != EINVAL) return LastError();
+  return 0;
 }
 
 int AttributesFor(const std::string& path, mode_t newFileMode, ModeChoice policy, Attributes& attributes) {
@@ -167,18 +158,18 @@ int Temporary::create(const std::string& dir, const std::string& name) {
     std::string candidate = prefix + RandomSuffix();
     // 0600 until the content is complete: nobody reads a partial file.
     errno = 0;
-    const int fd = Sys().open(candidate.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
-    if (fd < 0) {
+    Fd fd(Sys().open(candidate.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+    if (fd.get() < 0) {
       if (errno == EEXIST) continue;
       return LastError();
     }
-    const int locked = LockNewTemporary(fd);
+    const int locked = LockNewTemporary(fd.get());
     if (locked == 0) {
-      m_fd = fd;
+      m_fd = fd.release();
       m_path = std::move(candidate);
       return 0;
     }
-    CloseKeepErrno(fd);
+    fd.close();
     if (locked != EAGAIN) {
       Sys().unlink(candidate.c_str());
       return locked;

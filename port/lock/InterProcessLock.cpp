@@ -38,12 +38,6 @@ namespace {
 constexpr int kWaitForever = 0x7FFFFFFF;
 constexpr wchar_t kComponent[] = L"SiteHlp";
 
-void CloseKeepErrno(int fd) {
-  const int saved = errno;
-  port::Sys().close(fd);
-  errno = saved;
-}
-
 // Texts this process has already acted on once: lock files whose mode it has
 // checked (a lock file is never deleted, so once checked it keeps its mode,
 // and every later lock of it saves the fstat: a lock is a handful of system
@@ -69,11 +63,8 @@ bool CreateLockFolder(const std::string& dir, unsigned mode) {
   if (slash != std::string::npos && slash > 0 && !AFiler::createDirectories(AString(dir.substr(0, slash))))
     return false;
   if (port::Sys().mkdir(dir.c_str(), mode) != 0) return errno == EEXIST;
-  const int fd = port::Sys().open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC, 0);
-  if (fd < 0) return false;
-  const bool ok = port::Sys().fchmod(fd, mode) == 0;
-  CloseKeepErrno(fd);
-  return ok;
+  const port::Fd fd(port::Sys().open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC, 0));
+  return fd.get() >= 0 && port::Sys().fchmod(fd.get(), mode) == 0;
 }
 
 // An existing folder open to other users lets them replace lock files: it is
@@ -168,15 +159,12 @@ InterProcessLock::~InterProcessLock() { unlock(); }
 
 bool InterProcessLock::lock(int waitMs) {
   if (m_bLocked) return true;
-  const int fd = OpenLockFile(m_name);
-  if (fd < 0) return false;
+  port::Fd fd(OpenLockFile(m_name));
+  if (fd.get() < 0) return false;
   const short type = m_bExclusive ? F_WRLCK : F_RDLCK;
-  const bool ok = waitMs >= kWaitForever ? AcquireBlocking(fd, type) : AcquireTimed(fd, type, waitMs);
-  if (!ok) {
-    CloseKeepErrno(fd);
-    return false;
-  }
-  m_fd = fd;
+  const bool ok = waitMs >= kWaitForever ? AcquireBlocking(fd.get(), type) : AcquireTimed(fd.get(), type, waitMs);
+  if (!ok) return false;
+  m_fd = fd.release();
   m_bLocked = true;
   return true;
 }

@@ -11,11 +11,10 @@
 
 #include <pugixml.hpp>
 
+#include "port/fs/WholeFile.h"
+#include "port/text/Unicode.h"
+#include "port/xml/StringWriter.h"
 #include "port/xml/WellFormed.h"
-
-#if defined(__SSE2__)
-#include <emmintrin.h>
-#endif
 
 namespace AdvXMLParser {
 
@@ -25,45 +24,12 @@ namespace {
 inline pugi::xml_node ToNode(ElementRef ref) { return pugi::xml_node(reinterpret_cast<pugi::xml_node_struct*>(ref)); }
 inline ElementRef ToRef(const pugi::xml_node& node) { return reinterpret_cast<ElementRef>(node.internal_object()); }
 
-constexpr wchar_t kReplacement = 0xFFFD;
-
-// Decodes one multi-byte sequence of a NUL-terminated UTF-8 string starting
-// at p (whose first byte is >= 0x80) into out and returns the position after
-// it. Malformed input gives U+FFFD and advances one byte, exactly as
-// platform_detail::Utf8ToWide does, so that names compare equal to what
-// GetName returns. (The pointer is returned rather than updated through a
-// reference so that callers keep it in a register.)
-const unsigned char* DecodeMulti(const unsigned char* p, wchar_t& out) {
-  const unsigned c = *p;
-  int len;
-  std::uint32_t cp;
-  std::uint32_t min;
-  if (c >= 0xC2 && c <= 0xDF) {
-    len = 2, cp = c & 0x1F, min = 0x80;
-  } else if (c >= 0xE0 && c <= 0xEF) {
-    len = 3, cp = c & 0x0F, min = 0x800;
-  } else if (c >= 0xF0 && c <= 0xF4) {
-    len = 4, cp = c & 0x07, min = 0x10000;
-  } else {
-    out = kReplacement;
-    return p + 1;
-  }
-  // Continuation bytes are checked one by one, so the terminating NUL stops
-  // the loop before anything beyond it is read.
-  for (int k = 1; k < len; ++k) {
-    const unsigned cc = p[k];
-    if ((cc & 0xC0) != 0x80) {
-      out = kReplacement;
-      return p + 1;
-    }
-    cp = (cp << 6) | (cc & 0x3F);
-  }
-  if (cp < min || cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF)) {
-    out = kReplacement;
-    return p + 1;
-  }
-  out = static_cast<wchar_t>(cp);
-  return p + len;
+// One character of a NUL-terminated UTF-8 string at p (whose first byte is
+// >= 0x80) in the codec's replacing mode, so that names compare equal to
+// what GetName returns. (The pointer is returned rather than updated through
+// a reference so that callers keep it in a register.)
+inline const unsigned char* DecodeMulti(const unsigned char* p, wchar_t& out) {
+  return port::text::DecodeUtf8Replacing(p, 4, out);
 }
 
 // Compares a UTF-8 string of the tree with a wide one without allocating.
@@ -86,101 +52,16 @@ bool EqualsWide(const char* utf8, const wchar_t* wide) {
   }
 }
 
-// UTF-8 of the tree to wide text with one allocation. Most values are
-// ASCII: those are measured and widened by the range constructor, which
-// neither zero-fills nor grows.
+// UTF-8 of the tree to wide text.
 AString ToWide(const char* utf8) {
-  if (!utf8) return AString();
-  const unsigned char* const begin = reinterpret_cast<const unsigned char*>(utf8);
-  const unsigned char* p = begin;
-  while (*p && *p < 0x80) ++p;
-  if (!*p) return AString(std::wstring(begin, p));
-
-  const std::size_t n = static_cast<std::size_t>(p - begin) + std::strlen(reinterpret_cast<const char*>(p));
-  std::wstring out;
-  out.resize(n);  // never more characters than bytes
-  wchar_t* d = std::copy(begin, p, &out[0]);
-  while (*p) {
-    if (*p < 0x80)
-      *d++ = static_cast<wchar_t>(*p++);
-    else
-      p = DecodeMulti(p, *d++);
-  }
-  out.resize(static_cast<std::size_t>(d - out.data()));
-  return AString(std::move(out));
-}
-
-inline std::string ToUtf8(const wchar_t* s) {
-  return s ? platform_detail::WideToUtf8(s, std::wcslen(s)) : std::string();
-}
-
-// Bytes the UTF-8 form of one wide character takes (U+FFFD for values that
-// are no scalar value).
-inline std::size_t Utf8Size(std::uint32_t c) {
-  if (c < 0x80) return 1;
-  if (c < 0x800) return 2;
-  if (c < 0x10000 || c > 0x10FFFF) return 3;
-  return 4;
-}
-
-// Writes one non-ASCII character; surrogates and values above U+10FFFF
-// become U+FFFD. d must have room for 4 bytes.
-inline void PutMulti(char*& d, std::uint32_t c) {
-  if (c > 0x10FFFF || (c >= 0xD800 && c <= 0xDFFF)) c = 0xFFFD;
-  if (c < 0x800) {
-    d[0] = static_cast<char>(0xC0 | (c >> 6));
-    d[1] = static_cast<char>(0x80 | (c & 0x3F));
-    d += 2;
-  } else if (c < 0x10000) {
-    d[0] = static_cast<char>(0xE0 | (c >> 12));
-    d[1] = static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-    d[2] = static_cast<char>(0x80 | (c & 0x3F));
-    d += 3;
-  } else {
-    d[0] = static_cast<char>(0xF0 | (c >> 18));
-    d[1] = static_cast<char>(0x80 | ((c >> 12) & 0x3F));
-    d[2] = static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-    d[3] = static_cast<char>(0x80 | (c & 0x3F));
-    d += 4;
-  }
-}
-
-static_assert(sizeof(wchar_t) == 4, "wide text is UTF-32");
-
-// Stores 16 wide characters as 16 bytes if all of them are ASCII; false (and
-// d's bytes undefined) otherwise.
-inline bool NarrowAscii16(const wchar_t* s, char* d) {
-#if defined(__SSE2__)
-  const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s));
-  const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s + 4));
-  const __m128i c = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s + 8));
-  const __m128i e = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s + 12));
-  const __m128i high = _mm_and_si128(_mm_or_si128(_mm_or_si128(a, b), _mm_or_si128(c, e)), _mm_set1_epi32(~0x7F));
-  if (_mm_movemask_epi8(_mm_cmpeq_epi8(high, _mm_setzero_si128())) != 0xFFFF) return false;
-  // All values are below 0x80, so the saturating packs just narrow.
-  const __m128i bytes = _mm_packus_epi16(_mm_packs_epi32(a, b), _mm_packs_epi32(c, e));
-  _mm_storeu_si128(reinterpret_cast<__m128i*>(d), bytes);
-  return true;
-#else
-  // Loaded into a local first, so that the compiler need not fear the char
-  // stores alias the text and can vectorize both loops.
-  std::uint32_t block[16];
-  std::uint32_t any = 0;
-  for (int k = 0; k < 16; ++k) {
-    block[k] = static_cast<std::uint32_t>(s[k]);
-    any |= block[k];
-  }
-  if (any >= 0x80) return false;
-  for (int k = 0; k < 16; ++k) d[k] = static_cast<char>(block[k]);
-  return true;
-#endif
+  return utf8 ? AString(port::text::DecodeUtf8(utf8, std::strlen(utf8))) : AString();
 }
 
 // The UTF-8 of a wide name or value for the builder, in a buffer on the
 // stack when it fits (every name and nearly every value of a site list
 // does), so that building a document makes no temporary string per call.
 // One pass, no length first: the values are short, and measuring them cost
-// as much as narrowing them. The bytes are ToUtf8's.
+// as much as narrowing them. The bytes are the codec's.
 class NarrowText {
  public:
   explicit NarrowText(const wchar_t* s) {
@@ -198,9 +79,9 @@ class NarrowText {
       if (c < 0x80)
         *d++ = static_cast<char>(c);
       else
-        PutMulti(d, c);
+        d = port::text::PutUtf8(d, c);
     }
-    m_heap = ToUtf8(s);  // longer: the general path
+    m_heap = port::text::EncodeUtf8(s, std::wcslen(s));  // longer: the general path
     m_p = m_heap.c_str();
   }
   NarrowText(const NarrowText&) = delete;
@@ -219,53 +100,21 @@ class NarrowText {
 // with more non-ASCII than that switches once to an exactly sized buffer.
 // outSize counts the terminator. Null when memory runs out.
 char* EncodeForParser(const wchar_t* s, std::size_t n, std::size_t& outSize) {
-  const pugi::allocation_function allocate = pugi::get_memory_allocation_function();
-  const pugi::deallocation_function deallocate = pugi::get_memory_deallocation_function();
-
-  std::size_t capacity = n + n / 8 + 64;
-  char* buffer = static_cast<char*>(allocate(capacity));
-  if (!buffer) return nullptr;
-
-  std::size_t i = 0;
-  char* d = buffer;
-  const char* limit = buffer + capacity - 5;  // room for the longest sequence and the NUL
-  while (i < n && d <= limit) {
-    // Markup is ASCII: copy runs of sixteen characters while they fit.
-    while (n - i >= 16 && limit - d >= 16 && NarrowAscii16(s + i, d)) {
-      d += 16;
-      i += 16;
-    }
-    if (i == n || d > limit) break;
-    const std::uint32_t c = static_cast<std::uint32_t>(s[i++]);
-    if (c < 0x80)
-      *d++ = static_cast<char>(c);
-    else
-      PutMulti(d, c);
+  port::ByteBuffer buffer(pugi::get_memory_allocation_function(), pugi::get_memory_deallocation_function());
+  if (!buffer.reserve(n + n / 8 + 64)) return nullptr;
+  std::size_t written = 0;
+  const std::size_t done = port::text::EncodeUtf8Into(s, n, buffer.data(), buffer.capacity() - 1, written);
+  if (done < n) {
+    const std::size_t need = written + port::text::Utf8Length(s + done, n - done);
+    buffer.resize(written);
+    if (!buffer.reserve(need + 1)) return nullptr;
+    std::size_t more = 0;
+    port::text::EncodeUtf8Into(s + done, n - done, buffer.data() + written, need - written, more);
+    written += more;
   }
-  if (i < n) {
-    std::size_t used = static_cast<std::size_t>(d - buffer);
-    std::size_t need = used;
-    for (std::size_t k = i; k < n; ++k) need += Utf8Size(static_cast<std::uint32_t>(s[k]));
-    char* bigger = static_cast<char*>(allocate(need + 1));
-    if (!bigger) {
-      deallocate(buffer);
-      return nullptr;
-    }
-    std::memcpy(bigger, buffer, used);
-    deallocate(buffer);
-    buffer = bigger;
-    d = buffer + used;
-    while (i < n) {
-      const std::uint32_t c = static_cast<std::uint32_t>(s[i++]);
-      if (c < 0x80)
-        *d++ = static_cast<char>(c);
-      else
-        PutMulti(d, c);
-    }
-  }
-  *d++ = '\0';
-  outSize = static_cast<std::size_t>(d - buffer);
-  return buffer;
+  buffer.data()[written] = '\0';
+  outSize = written + 1;
+  return buffer.release();
 }
 
 int ClampOffset(std::size_t offset) { return offset > INT_MAX ? INT_MAX : static_cast<int>(offset); }
@@ -327,15 +176,6 @@ Element Named(pugi::xml_node parent, pugi::xml_node child, const wchar_t* name) 
   }
   return Element(ToRef(child));
 }
-
-class StringWriter : public pugi::xml_writer {
- public:
-  explicit StringWriter(std::string& out) : m_out(out) {}
-  void write(const void* data, std::size_t size) override { m_out.append(static_cast<const char*>(data), size); }
-
- private:
-  std::string& m_out;
-};
 
 }  // namespace
 
@@ -537,7 +377,7 @@ std::string Document::GenerateUtf8(bool bIndent) const {
   // pugixml's own declaration names no encoding, so ours is written instead.
   std::string out = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>";
   if (bIndent) out += '\n';
-  StringWriter writer(out);
+  port::xml::StringWriter writer(out);
   // Indented output uses one tab per level.
   const unsigned flags = (bIndent ? pugi::format_indent : pugi::format_raw) | pugi::format_no_declaration;
   m_impl->doc.save(writer, "\t", flags, pugi::encoding_utf8);

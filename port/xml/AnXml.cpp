@@ -9,7 +9,9 @@
 
 #include "port/fs/SafeWrite.h"
 #include "port/strings/Strings.h"
+#include "port/text/Unicode.h"
 #include "port/xml/AdvXMLParser.h"
+#include "port/xml/StringWriter.h"
 
 namespace {
 
@@ -31,8 +33,8 @@ inline AnXmlAttributeHandle* ToHandle(const pugi::xml_attribute& attribute) {
   return reinterpret_cast<AnXmlAttributeHandle*>(attribute.internal_object());
 }
 
-inline std::string Utf8(const std::wstring& s) { return platform_detail::WideToUtf8(s.data(), s.size()); }
-inline AString Wide(const char* s) { return AString(std::string(s ? s : "")); }
+inline std::string Utf8(const std::wstring& s) { return port::text::EncodeUtf8(s.data(), s.size()); }
+inline AString Wide(const char* s) { return AString(port::text::DecodeUtf8(s, s ? std::strlen(s) : 0)); }
 
 // Runs an editing step; memory running out makes it fail instead of throw.
 template <typename F>
@@ -123,15 +125,6 @@ pugi::xml_node AppendNamedElement(pugi::xml_node parent, const std::string& name
 
 // Whether a name can be given to an element or attribute at all.
 bool UsableName(const AString& name) { return !name.empty(); }
-
-class StringWriter : public pugi::xml_writer {
- public:
-  explicit StringWriter(std::string& out) : m_out(out) {}
-  void write(const void* data, std::size_t size) override { m_out.append(static_cast<const char*>(data), size); }
-
- private:
-  std::string& m_out;
-};
 
 // Drops the white space between child elements everywhere, for a fresh
 // layout.
@@ -396,7 +389,7 @@ int AnXml::getText(bool bIndent, bool bByteOrderMark, std::string& out) {
     }
     out.clear();
     if (bByteOrderMark) out = "\xEF\xBB\xBF";
-    StringWriter writer(out);
+    port::xml::StringWriter writer(out);
     if (bIndent) {
       pugi::xml_document copy;
       copy.reset(doc);

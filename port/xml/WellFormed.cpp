@@ -12,6 +12,7 @@
 #include "platform/AString.h"
 #include "port/log/Log.h"
 #include "port/strings/Strings.h"
+#include "port/text/Unicode.h"
 
 namespace port {
 namespace xml {
@@ -98,7 +99,7 @@ void PlaceOf(const char* text, std::size_t offset, Refusal& refusal) {
     if (c == '\n' || (c == '\r' && (i + 1 == offset || text[i + 1] != '\n'))) {
       ++line;
       column = 1;
-    } else if (c != '\r' && (c & 0xC0) != 0x80) {  // a continuation byte is no character of its own
+    } else if (c != '\r' && !port::text::IsUtf8Continuation(c)) {
       ++column;
     }
   }
