@@ -191,6 +191,19 @@ bool Node::HasName(const wchar_t* name) const { return m_ref && EqualsWide(ToNod
 
 namespace {
 
+// Appends an attribute as the element's last; false (and none added) when it
+// cannot be made. Throws std::bad_alloc.
+bool AppendNewAttribute(ElementRef ref, const wchar_t* name, const char* value) {
+  pugi::xml_node self = ToNode(ref);
+  pugi::xml_attribute a = self.append_attribute("");  // named below, where a failure shows
+  if (!a) return false;
+  if (!a.set_name(NarrowText(name).c_str()) || !a.set_value(value)) {
+    self.remove_attribute(a);
+    return false;
+  }
+  return true;
+}
+
 pugi::xml_attribute FindAttribute(ElementRef ref, const wchar_t* name) {
   for (pugi::xml_attribute a = ToNode(ref).first_attribute(); a; a = a.next_attribute())
     if (EqualsWide(a.name(), name)) return a;
@@ -303,14 +316,7 @@ bool Element::SetAttribute(const wchar_t* name, const wchar_t* value) {
     const NarrowText utf8Value(value);
     pugi::xml_attribute a = FindAttribute(m_ref, name);
     if (a) return a.set_value(utf8Value.c_str());  // in place: keeps its position
-    pugi::xml_node self = ToNode(m_ref);
-    a = self.append_attribute("");  // named below, where a failure shows
-    if (!a) return false;
-    if (!a.set_name(NarrowText(name).c_str()) || !a.set_value(utf8Value.c_str())) {
-      self.remove_attribute(a);
-      return false;
-    }
-    return true;
+    return AppendNewAttribute(m_ref, name, utf8Value.c_str());
   } catch (const std::bad_alloc&) {
     return false;
   }
@@ -322,15 +328,7 @@ bool Element::SetAttribute(const wchar_t* name, const wchar_t* value) {
 bool Element::AppendAttribute(const wchar_t* name, const wchar_t* value) {
   if (!m_ref || BadName(name)) return false;
   try {
-    const NarrowText utf8Value(value);
-    pugi::xml_node self = ToNode(m_ref);
-    pugi::xml_attribute a = self.append_attribute("");  // named below, where a failure shows
-    if (!a) return false;
-    if (!a.set_name(NarrowText(name).c_str()) || !a.set_value(utf8Value.c_str())) {
-      self.remove_attribute(a);
-      return false;
-    }
-    return true;
+    return AppendNewAttribute(m_ref, name, NarrowText(value).c_str());
   } catch (const std::bad_alloc&) {
     return false;
   }
