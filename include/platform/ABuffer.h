@@ -1,8 +1,8 @@
 // ABuffer and AnObjectBuffer<T>: the platform's byte buffers.
 //
 // ABuffer carries key file contents (opaque bytes); AnObjectBuffer<unsigned
-// char> carries site list documents and crypto input and output. Header-only,
-// for the same reason as AString: they appear in the exported API.
+// char> carries site list documents and crypto input and output. Header-only:
+// they appear in the exported API.
 // Thread safety: like std::vector.
 #ifndef VLM_PLATFORM_ABUFFER_H
 #define VLM_PLATFORM_ABUFFER_H

@@ -25,6 +25,7 @@ VLM_EXPORT void AppendUtf8(std::string& out, unsigned long cp);
 
 }  // namespace sitehlp
 
+// The names these conversions had when they were inline here.
 namespace platform_detail {
 using sitehlp::AppendUtf8;
 using sitehlp::Utf8ToWide;
@@ -41,16 +42,16 @@ class AString : public std::wstring {
   AString(const wchar_t* s, std::size_t n) : std::wstring(s, n) {}
   // Narrow text is taken as UTF-8.
   explicit AString(const char* s)
-      : std::wstring(s ? platform_detail::Utf8ToWide(s, std::char_traits<char>::length(s)) : std::wstring()) {}
-  explicit AString(const std::string& s) : std::wstring(platform_detail::Utf8ToWide(s.data(), s.size())) {}
+      : std::wstring(s ? sitehlp::Utf8ToWide(s, std::char_traits<char>::length(s)) : std::wstring()) {}
+  explicit AString(const std::string& s) : std::wstring(sitehlp::Utf8ToWide(s.data(), s.size())) {}
 };
 
 // The UTF-8 form of a wide string, for the narrow system calls.
 class ACharString : public std::string {
  public:
-  explicit ACharString(const std::wstring& s) : std::string(platform_detail::WideToUtf8(s.data(), s.size())) {}
+  explicit ACharString(const std::wstring& s) : std::string(sitehlp::WideToUtf8(s.data(), s.size())) {}
   explicit ACharString(const wchar_t* s)
-      : std::string(s ? platform_detail::WideToUtf8(s, std::wcslen(s)) : std::string()) {}
+      : std::string(s ? sitehlp::WideToUtf8(s, std::wcslen(s)) : std::string()) {}
 };
 
 #endif  // VLM_PLATFORM_ASTRING_H
