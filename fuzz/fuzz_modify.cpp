@@ -6,6 +6,7 @@
 #include <string>
 
 #include "FuzzSupport.h"
+#include "SiteListMutator.h"
 #include "OwnList.h"
 #include "platform/AString.h"
 
@@ -30,4 +31,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     helper.FreeSiteListMemory(list);
   }
   return 0;
+}
+
+// Mutations of the document's elements and attributes besides libFuzzer's
+// byte mutations (SiteListMutator.h).
+extern "C" std::size_t LLVMFuzzerCustomMutator(std::uint8_t* data, std::size_t size, std::size_t maxSize,
+                                               unsigned int seed) {
+  return fuzzsupport::MutateSiteList(data, size, maxSize, seed);
 }

@@ -159,6 +159,30 @@ TEST(AFileWrite, MissingDirectoryFailsWithENOENT) {
   EXPECT_EQ(ENOENT, errno);
 }
 
+TEST(AFileWrite, WithAModeTheFileEndsWithExactlyThatModeNewOrReplaced) {
+  TempDir dir;
+  const std::string path = dir.file("request.key");
+  const unsigned char first[] = {1, 2, 3};
+  ASSERT_TRUE(AFile::writeWithMode(Wide(path), first, sizeof first, 0600));
+  struct stat st;
+  ASSERT_EQ(0, stat(path.c_str(), &st));
+  EXPECT_EQ(0600u, st.st_mode & 07777);
+  ASSERT_EQ(0, chmod(path.c_str(), 0644));
+  const unsigned char second[] = {4, 5};
+  ASSERT_TRUE(AFile::writeWithMode(Wide(path), second, sizeof second, 0600));
+  ASSERT_EQ(0, stat(path.c_str(), &st));
+  EXPECT_EQ(0600u, st.st_mode & 07777);
+  EXPECT_EQ(std::string("\x04\x05"), ReadFile(path));
+}
+
+TEST(AFileWrite, WithAModeAMissingDirectoryFailsWithENOENT) {
+  TempDir dir;
+  const unsigned char data[] = {1};
+  errno = 0;
+  EXPECT_FALSE(AFile::writeWithMode(dir.wfile("missing/request.key"), data, sizeof data, 0600));
+  EXPECT_EQ(ENOENT, errno);
+}
+
 TEST(AFileExists, FilesDirectoriesAndLinksToThemExistADanglingLinkDoesNot) {
   TempDir dir;
   WriteFile(dir.file("f"), "x");
@@ -229,6 +253,12 @@ TEST(CreateDirectories, CreatesNestedAndAcceptsExisting) {
   EXPECT_TRUE(AFiler::createDirectories(dir.wfile("a//b/d/")));
   EXPECT_TRUE(IsDir(dir.file("a/b/d")));
   EXPECT_TRUE(AFiler::createDirectories(L"/"));
+}
+
+TEST(CreateDirectories, AnEmptyPathFailsWithENOENT) {
+  errno = 0;
+  EXPECT_FALSE(AFiler::createDirectories(L""));
+  EXPECT_EQ(ENOENT, errno);
 }
 
 TEST(CreateDirectories, RegularFileInTheWayFails) {

@@ -353,6 +353,15 @@ TEST(SafeWrite, ATemporaryAPendingChangeNamesIsKept) {
   EXPECT_EQ((std::vector<std::string>{named, ".pending-change", "SiteList.xml"}), ListDir(dir.path()));
 }
 
+TEST(SafeWrite, ATemporaryIsKeptWhileAPendingChangeRecordCannotBeRead) {
+  TempDir dir;
+  const std::string left = ".SiteList.xml.tmp.BBBBBB";
+  WriteFile(dir.file(left), "maybe the new list of an interrupted change");
+  WriteFile(dir.file(".pending-change"), "not a change record");
+  ASSERT_EQ(0, Replace(dir.file("SiteList.xml"), "new"));
+  EXPECT_EQ((std::vector<std::string>{left, ".pending-change", "SiteList.xml"}), ListDir(dir.path()));
+}
+
 TEST(SafeWrite, AFailedWriteLeavesOldTemporariesAlone) {
   TempDir dir;
   const std::string left = dir.file(".SiteList.xml.tmp.AAAAAA");
