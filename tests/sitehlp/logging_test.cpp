@@ -74,6 +74,19 @@ TEST_F(HostLoggingTest, TheHostsLevelDropsLessSevereLines) {
   EXPECT_EQ(port::GetLogThreshold(), port::LogLevel::Warning);
 }
 
+TEST_F(HostLoggingTest, AtTheInfoLevelOnlyDetailLinesAreDropped) {
+  sitehlp::SetLogSink(&Collect, &m_lines);
+  sitehlp::SetLogLevel(LogLevel::Info);
+  logError(L"SiteHlp", L"e");
+  logWarning(L"SiteHlp", L"w");
+  logInfo(L"SiteHlp", L"i");
+  logDetail(L"SiteHlp", L"d");
+  EXPECT_EQ(m_lines, (std::vector<HostLine>{{"SiteHlp", LogLevel::Error, "e"},
+                                            {"SiteHlp", LogLevel::Warning, "w"},
+                                            {"SiteHlp", LogLevel::Info, "i"}}));
+  EXPECT_EQ(port::GetLogThreshold(), port::LogLevel::Info);
+}
+
 TEST_F(HostLoggingTest, TheLinesOfALibraryOperationReachTheHost) {
   testsupport::ConfigScope config;
   m_log.Set(port::ConfigKey::LogSink, "none");
