@@ -20,6 +20,8 @@ namespace {
 
 constexpr const char c_standardLocation[] = "/opt/Velmora/orx/scratch/etc/SiteList.xml";
 constexpr const char c_rootPrefix[] = "VLM_ROOT_PREFIX";
+// How messages name the text read.
+constexpr const char c_input[] = "<stdin>";
 
 std::string RootPrefix() {
   const char* prefix = std::getenv(c_rootPrefix);
@@ -34,15 +36,20 @@ StepResult Stage(Context& ctx, const std::string& text, sitehlp::CSitesHelper& h
   const std::size_t mark = ctx.Log().Mark();
   const std::string previous = RootPrefix();
   setenv(c_rootPrefix, staged.c_str(), 1);
+  sitehlp::CSitesHelper::ClearLastXmlRefusal();
   const int rc = helper.CreateSiteListFromBuffer(Wide(text));
   setenv(c_rootPrefix, previous.c_str(), 1);
   staged += c_standardLocation;
   if (rc == 0) return {0, true, ""};
   if (const int status = ctx.LockFailure(mark)) return {status, false, ""};
+  sitehlp::tag_DocumentCheck refusal;
+  if (rc == -5 && sitehlp::CSitesHelper::GetLastXmlRefusal(refusal)) return {ctx.NotWellFormed(refusal, c_input), false, ""};
   return {ctx.FailCode(rc), false, ""};
 }
 
 StepResult Commit(Context& ctx, const std::string& staged, const std::string& file) {
+  // The library stores any well-formed text; the text must be a site list.
+  if (const int status = ctx.CheckList(staged, c_input)) return {status, false, ""};
   const std::size_t mark = ctx.Log().Mark();
   const std::unique_ptr<sitehlp::CSitesHelper> helper = ctx.MakeHelper(staged);
   std::wstring global, local, type;

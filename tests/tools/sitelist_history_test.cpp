@@ -1,0 +1,294 @@
+// sitelist history, undo and restore, and the history every write keeps: run
+// as a process on the agent's list with every kind of site, a proxy and
+// passwords; the bytes left on disk, exact output, JSON through a parser.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <regex>
+#include <string>
+#include <vector>
+
+#include "EditFixture.h"
+
+namespace tooltest {
+namespace {
+
+using testsupport::FileExists;
+using testsupport::ListDir;
+using testsupport::ReadFile;
+using testsupport::WriteFile;
+
+// A history time, checked for its form and then replaced by a stand-in of
+// the same width, so that tables keep their alignment.
+constexpr char c_time[] = "YYYY-MM-DDThh:mm:ssZ";
+
+std::string WithoutTimes(const std::string& text) {
+  static const std::regex time(R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ)");
+  return std::regex_replace(text, time, c_time);
+}
+
+mode_t ModeOf(const std::string& path) {
+  struct stat st {};
+  if (lstat(path.c_str(), &st) != 0) return 0;
+  return st.st_mode & 07777;
+}
+
+class History : public EditTest {
+ protected:
+  std::string Folder() const { return OwnList() + ".history"; }
+  std::vector<std::string> EntryFiles() const {
+    return std::filesystem::exists(Folder()) ? ListDir(Folder()) : std::vector<std::string>{};
+  }
+  Json HistoryJson() const { return Json::parse(MustRun({"history", "--json"})); }
+  std::string LocalVersion() const { return Json::parse(MustRun({"versions", "--json"}))["localVersion"]; }
+  // The commands of the entries, oldest first, as history --json gives them.
+  std::vector<std::string> Commands() const {
+    std::vector<std::string> commands;
+    const Json entries = HistoryJson()["entries"];
+    for (auto e = entries.rbegin(); e != entries.rend(); ++e) commands.push_back((*e)["command"]);
+    return commands;
+  }
+  std::string PutBackLine(int id, const std::string& command) const {
+    return "put back " + OwnList() + " as it was before " + command + " (history entry " + std::to_string(id) + ", " +
+           c_time + ")\n";
+  }
+};
+
+TEST_F(History, AWriteKeepsTheFilesItReplaces) {
+  EXPECT_EQ(MustRun({"disable", "Own"}), "disabled HttpSite \"Own\" in " + OwnList() + "\n");
+  EXPECT_EQ(EntryFiles(), std::vector<std::string>{"1.json"});
+  EXPECT_EQ(ModeOf(Folder()), 0700u);
+  EXPECT_EQ(ModeOf(Folder() + "/1.json"), 0600u);
+  const Json h = HistoryJson();
+  EXPECT_EQ(h["file"], OwnList());
+  EXPECT_EQ(h["folder"], Folder());
+  EXPECT_EQ(h["undo"], 1);
+  ASSERT_EQ(h["entries"].size(), 1u);
+  const Json& e = h["entries"][0];
+  EXPECT_EQ(e["id"], 1);
+  EXPECT_EQ(WithoutTimes(e["time"]), c_time);
+  EXPECT_EQ(e["command"], "disable");
+  EXPECT_TRUE(e["restored"].is_null());
+  EXPECT_EQ(e["localVersion"], "20250102030405");
+  EXPECT_EQ(e["sites"], 7);
+  const Json expectedFiles = Json::array(
+      {{{"path", OwnList()}, {"present", true}, {"mode", 0644}, {"uid", getuid()}, {"gid", getgid()},
+        {"size", Original().size()}},
+       {{"path", EtcDir() + "/srpubkey.bin"}, {"present", false}},
+       {{"path", EtcDir() + "/reqseckey.bin"}, {"present", false}},
+       {{"path", EtcDir() + "/sr2048pubkey.bin"}, {"present", false}},
+       {{"path", EtcDir() + "/req2048seckey.bin"}, {"present", false}},
+       {{"path", EtcDir() + "\\agentfipsmode"}, {"present", false}}});
+  EXPECT_EQ(e["files"], expectedFiles);
+}
+
+TEST_F(History, HistoryPrintsEachEntryNewestFirst) {
+  EXPECT_EQ(MustRun({"history"}), "no history of " + OwnList() + "\n");
+  MustRun({"disable", "Own"});
+  const std::string afterDisable = LocalVersion();
+  MustRun({"set-order", "Own", "6"});
+  const ToolResult r = Run({"history"});
+  EXPECT_EQ(r.exitStatus, 0);
+  EXPECT_EQ(r.err, "");
+  EXPECT_EQ(WithoutTimes(r.out), std::string("ID  TIME                  COMMAND    LOCAL VERSION   SITES\n") +
+                                     "2   " + c_time + "  set-order  " + afterDisable + "  7\n" +
+                                     "1   " + c_time + "  disable    20250102030405  7\n" +
+                                     "undo puts the list back as it was before set-order (history entry 2, " +
+                                     c_time + ")\n");
+}
+
+TEST_F(History, UndoPutsBackTheListByteForByte) {
+  MustRun({"remove-site", "Share"});
+  ASSERT_NE(ReadFile(OwnList()), Original());
+  const ToolResult r = Run({"undo"});
+  EXPECT_EQ(r.exitStatus, 0) << r.err;
+  EXPECT_EQ(r.err, "");
+  EXPECT_EQ(WithoutTimes(r.out), PutBackLine(1, "remove-site"));
+  EXPECT_EQ(ReadFile(OwnList()), Original());
+  EXPECT_EQ(ModeOf(OwnList()), 0644u);
+  const Json entries = HistoryJson()["entries"];
+  ASSERT_EQ(entries.size(), 2u);
+  EXPECT_EQ(entries[0]["command"], "undo");
+  EXPECT_EQ(entries[0]["restored"], 1);
+  EXPECT_EQ(entries[0]["sites"], 6);
+}
+
+TEST_F(History, UndoTwiceWalksFurtherBackAndStopsAtTheOldest) {
+  MustRun({"enable", "Ftp"});
+  const std::string afterEnable = ReadFile(OwnList());
+  MustRun({"edit", "Own", "--path", "Other"});
+  EXPECT_EQ(WithoutTimes(MustRun({"undo"})), PutBackLine(2, "edit"));
+  EXPECT_EQ(ReadFile(OwnList()), afterEnable);
+  EXPECT_EQ(WithoutTimes(MustRun({"undo"})), PutBackLine(1, "enable"));
+  EXPECT_EQ(ReadFile(OwnList()), Original());
+  EXPECT_EQ(Commands(), (std::vector<std::string>{"enable", "edit", "undo", "undo"}));
+
+  const Snapshot before = SnapshotOf(DataDir());
+  const ToolResult past = Run({"undo"});
+  EXPECT_EQ(past.exitStatus, 1);
+  EXPECT_EQ(past.out, "");
+  EXPECT_EQ(past.err, "sitelist undo: nothing left to undo: " + OwnList() +
+                          " is back before the oldest change its history keeps (entry 1)\n");
+  EXPECT_EQ(SnapshotOf(DataDir()), before);
+}
+
+TEST_F(History, UndoAfterANewChangeSkipsWhatWasUndoneBefore) {
+  MustRun({"disable", "Own"});         // 1
+  MustRun({"undo"});                   // 2 puts back 1
+  MustRun({"disable", "Share"});       // 3
+  const std::string afterShare = ReadFile(OwnList());
+  EXPECT_EQ(WithoutTimes(MustRun({"undo"})), PutBackLine(3, "disable"));  // 4 puts back 3
+  EXPECT_EQ(ReadFile(OwnList()), Original());
+  // Entry 3 kept the list as the first undo left it; before that lies only
+  // the change that undo took back.
+  const ToolResult r = Run({"undo"});
+  EXPECT_EQ(r.exitStatus, 1);
+  EXPECT_EQ(ReadFile(OwnList()), Original());
+  EXPECT_NE(afterShare, Original());
+}
+
+TEST_F(History, AnUndoIsTakenBackByRestoringTheEntryItMade) {
+  MustRun({"disable", "Own"});
+  const std::string disabled = ReadFile(OwnList());
+  MustRun({"undo"});
+  EXPECT_EQ(ReadFile(OwnList()), Original());
+  EXPECT_EQ(WithoutTimes(MustRun({"restore", "2"})), PutBackLine(2, "undo"));
+  EXPECT_EQ(ReadFile(OwnList()), disabled);
+  // The restore is a change of its own: undo takes it back.
+  EXPECT_EQ(WithoutTimes(MustRun({"undo"})), PutBackLine(3, "restore"));
+  EXPECT_EQ(ReadFile(OwnList()), Original());
+  const ToolResult h = Run({"history"});
+  EXPECT_EQ(WithoutTimes(h.out).substr(0, h.out.find('\n') + 1),
+            "ID  TIME                  COMMAND        LOCAL VERSION   SITES\n");
+  EXPECT_NE(h.out.find("\n3   "), std::string::npos);
+  EXPECT_NE(WithoutTimes(h.out).find(std::string("\n3   ") + c_time + "  restore (to 2)  "), std::string::npos)
+      << h.out;
+  EXPECT_NE(WithoutTimes(h.out).find(std::string("\n2   ") + c_time + "  undo (to 1)     "), std::string::npos)
+      << h.out;
+}
+
+TEST_F(History, RestorePutsBackAnyEntry) {
+  MustRun({"disable", "Own"});
+  const std::string first = ReadFile(OwnList());
+  MustRun({"disable", "Share"});
+  MustRun({"set-proxy", "--none"});
+  EXPECT_EQ(WithoutTimes(MustRun({"restore", "2"})), PutBackLine(2, "disable"));
+  EXPECT_EQ(ReadFile(OwnList()), first);
+  EXPECT_EQ(WithoutTimes(MustRun({"restore", "1"})), PutBackLine(1, "disable"));
+  EXPECT_EQ(ReadFile(OwnList()), Original());
+  EXPECT_EQ(Commands(), (std::vector<std::string>{"disable", "disable", "set-proxy", "restore", "restore"}));
+}
+
+TEST_F(History, RestoreOfAnUnknownEntryIsRefused) {
+  const ToolResult none = Run({"restore", "1"});
+  EXPECT_EQ(none.exitStatus, 1);
+  EXPECT_EQ(none.out, "");
+  EXPECT_EQ(none.err, "sitelist restore: no history entry 1 of " + OwnList() + "; the history is empty\n");
+  const ToolResult nothing = Run({"undo"});
+  EXPECT_EQ(nothing.exitStatus, 1);
+  EXPECT_EQ(nothing.err, "sitelist undo: no history of " + OwnList() + ": nothing to undo\n");
+
+  MustRun({"disable", "Own"});
+  MustRun({"enable", "Own"});
+  const Snapshot before = SnapshotOf(DataDir());
+  const ToolResult r = Run({"restore", "9"});
+  EXPECT_EQ(r.exitStatus, 1);
+  EXPECT_EQ(r.out, "");
+  EXPECT_EQ(r.err, "sitelist restore: no history entry 9 of " + OwnList() + "; the history keeps entries 1 to 2\n");
+  EXPECT_EQ(SnapshotOf(DataDir()), before);
+  const ToolResult zero = Run({"restore", "0"});
+  EXPECT_EQ(zero.exitStatus, 2);
+  EXPECT_EQ(zero.err, "ID: Value 0 not in range 1 to 9223372036854775807\nRun with --help for more information.\n");
+}
+
+TEST_F(History, KeepPrunesTheOldestEntries) {
+  for (const char* name : {"Own", "Share", "Relay", "Ftp"}) MustRun({"--keep", "2", "disable", name});
+  EXPECT_EQ(EntryFiles(), (std::vector<std::string>{"3.json", "4.json"}));
+  const ToolResult env = RunWith({{"VLM_HISTORY_KEEP", "3"}}, {"enable", "Own"});
+  EXPECT_EQ(env.exitStatus, 0) << env.err;
+  EXPECT_EQ(EntryFiles(), (std::vector<std::string>{"3.json", "4.json", "5.json"}));
+  // The option wins over the variable.
+  const ToolResult both = RunWith({{"VLM_HISTORY_KEEP", "5"}}, {"--keep", "1", "enable", "Share"});
+  EXPECT_EQ(both.exitStatus, 0) << both.err;
+  EXPECT_EQ(EntryFiles(), std::vector<std::string>{"6.json"});
+  // Undo stops where the history stops.
+  MustRun({"undo"});
+  const ToolResult past = Run({"undo"});
+  EXPECT_EQ(past.exitStatus, 1);
+  EXPECT_EQ(past.err, "sitelist undo: nothing left to undo: " + OwnList() +
+                          " is back before the oldest change its history keeps (entry 6)\n");
+}
+
+TEST_F(History, TheDefaultKeepsTen) {
+  for (int i = 0; i < 6; ++i) {
+    MustRun({"disable", "Own"});
+    MustRun({"enable", "Own"});
+  }
+  std::vector<std::string> expected;
+  for (int id = 3; id <= 12; ++id) expected.push_back(std::to_string(id) + ".json");
+  std::sort(expected.begin(), expected.end());
+  EXPECT_EQ(EntryFiles(), expected);
+}
+
+TEST_F(History, KeepZeroWritesWithoutHistoryAndLeavesItAlone) {
+  MustRun({"--keep", "0", "disable", "Own"});
+  EXPECT_FALSE(FileExists(Folder()));
+  MustRun({"disable", "Share"});
+  const Snapshot history = SnapshotOf(Folder());
+  const ToolResult r = RunWith({{"VLM_HISTORY_KEEP", "0"}}, {"disable", "Relay"});
+  EXPECT_EQ(r.exitStatus, 0) << r.err;
+  EXPECT_EQ(SnapshotOf(Folder()), history);
+  EXPECT_EQ(Commands(), std::vector<std::string>{"disable"});
+}
+
+TEST_F(History, ABadKeepIsAUsageErrorBeforeAnythingIsWritten) {
+  const Snapshot before = SnapshotOf(DataDir());
+  const ToolResult env = RunWith({{"VLM_HISTORY_KEEP", "ten"}}, {"disable", "Own"});
+  EXPECT_EQ(env.exitStatus, 2);
+  EXPECT_EQ(env.out, "");
+  EXPECT_EQ(env.err,
+            "sitelist disable: VLM_HISTORY_KEEP: \"ten\" is not a number of entries to keep (0 to 1000000)\n");
+  const ToolResult option = Run({"--keep", "-1", "disable", "Own"});
+  EXPECT_EQ(option.exitStatus, 2);
+  EXPECT_EQ(option.err, "--keep: Value -1 not in range 0 to 1000000\nRun with --help for more information.\n");
+  EXPECT_EQ(SnapshotOf(DataDir()), before);
+}
+
+TEST_F(History, WritesThatChangeNothingKeepNoEntry) {
+  const Snapshot before = SnapshotOf(DataDir());
+  EXPECT_EQ(Run({"disable", "Nowhere"}).exitStatus, 1);
+  EXPECT_EQ(Run({"disable", "--dry-run", "Own"}).exitStatus, 0);
+  EXPECT_EQ(MustRun({"disable", "Ftp"}), "HttpSite \"Ftp\" is already disabled in " + OwnList() + "\n");
+  EXPECT_EQ(SnapshotOf(DataDir()), before);
+}
+
+TEST_F(History, ADryRunUndoPrintsTheDiffAndWritesNothing) {
+  MustRun({"disable", "Own"});
+  const Snapshot before = SnapshotOf(DataDir());
+  const ToolResult r = Run({"undo", "--dry-run"});
+  EXPECT_EQ(r.exitStatus, 0) << r.err;
+  EXPECT_EQ(r.err, "");
+  EXPECT_EQ(Normalized(WithoutTimes(r.out)), "@DIFF@");
+  EXPECT_EQ(SnapshotOf(DataDir()), before);
+  const Json j = Json::parse(MustRun({"undo", "--dry-run", "--json"}));
+  EXPECT_EQ(j["command"], "undo");
+  EXPECT_EQ(j["dryRun"], true);
+  EXPECT_EQ(j["written"], false);
+  EXPECT_EQ(SnapshotOf(DataDir()), before);
+}
+
+TEST_F(History, UndoWithJsonSaysWhatChanged) {
+  MustRun({"disable", "Own"});
+  const Json j = Json::parse(MustRun({"undo", "--json"}));
+  EXPECT_EQ(j["command"], "undo");
+  EXPECT_EQ(j["file"], OwnList());
+  EXPECT_EQ(j["dryRun"], false);
+  EXPECT_EQ(j["written"], true);
+  EXPECT_EQ(WithoutTimes(j["message"]), PutBackLine(1, "disable").substr(0, PutBackLine(1, "disable").size() - 1));
+  EXPECT_EQ(j["changes"]["sites"]["changed"].size(), 1u) << j.dump();
+  EXPECT_EQ(ReadFile(OwnList()), Original());
+}
+
+}  // namespace
+}  // namespace tooltest
