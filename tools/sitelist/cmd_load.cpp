@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <iostream>
 #include <iterator>
 #include <memory>
@@ -47,9 +48,18 @@ StepResult Stage(Context& ctx, const std::string& text, sitehlp::CSitesHelper& h
   return {ctx.FailCode(rc), false, ""};
 }
 
+// The library stores any well-formed text as a site list, whatever its root
+// element; the text must be one. Judged as a file holding the same bytes;
+// the text's faults are the buffer reader's to place.
+int CheckRoot(Context& ctx, const std::string& text, const std::string& dir) {
+  const std::string copy = dir + "/stdin.xml";
+  std::ofstream(copy, std::ios::binary) << text;
+  sitehlp::tag_DocumentCheck check;
+  if (ctx.Helper().CheckSiteListDocument(Wide(copy), check) != 0) return 0;
+  return ctx.CheckList(copy, c_input);
+}
+
 StepResult Commit(Context& ctx, const std::string& staged, const std::string& file) {
-  // The library stores any well-formed text; the text must be a site list.
-  if (const int status = ctx.CheckList(staged, c_input)) return {status, false, ""};
   const std::size_t mark = ctx.Log().Mark();
   const std::unique_ptr<sitehlp::CSitesHelper> helper = ctx.MakeHelper(staged);
   std::wstring global, local, type;
@@ -73,6 +83,7 @@ int Run(Context& ctx, const ChangeOptions& options) {
     ScratchDir stage("load");
     if (!stage.Ok()) return StepResult{ctx.Fail("no scratch directory to stage the text in"), false, ""};
     std::string staged = stage.Path();
+    if (const int status = CheckRoot(ctx, text, staged)) return StepResult{status, false, ""};
     std::filesystem::create_directories(staged + std::filesystem::path(c_standardLocation).parent_path().string());
     // A text without a CA bundle keeps the certificates of the list the
     // helper stands for: the agent's own, or the --site-list file.

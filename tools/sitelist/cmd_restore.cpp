@@ -36,8 +36,10 @@ int Run(Context& ctx, const RestoreOptions& o) {
 Bound Setup(CLI::App& app, Context& ctx) {
   auto o = std::make_shared<RestoreOptions>();
   CLI::App* sub = app.add_subcommand("restore", "Put the list back as history entry ID keeps it");
-  sub->add_option("ID", o->id, "The entry's id, as history shows it")->required()->type_name("")->check(
-      CLI::PositiveNumber);
+  sub->add_option("ID", o->id, "The entry's id, as history shows it")
+      ->required()
+      ->type_name("")
+      ->check(CLI::Range(1L, 999999999L));
   AddChangeOptions(*sub, o->change);
   sub->footer("Like undo, byte for byte, for any entry the history keeps; the restore is kept\n"
               "in the history too, so undo takes it back.\n"
