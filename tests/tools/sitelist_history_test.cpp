@@ -3,6 +3,7 @@
 // passwords; the bytes left on disk, exact output, JSON through a parser.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <regex>
@@ -292,6 +293,105 @@ TEST_F(History, UndoWithJsonSaysWhatChanged) {
   EXPECT_EQ(j["written"], true);
   EXPECT_EQ(WithoutTimes(j["message"]), PutBackLine(1, "disable").substr(0, PutBackLine(1, "disable").size() - 1));
   EXPECT_EQ(j["changes"]["sites"]["changed"].size(), 1u) << j.dump();
+  EXPECT_EQ(ReadFile(OwnList()), Original());
+}
+
+// An outside list whose management server announces a version: its key
+// files come from beside it.
+const char c_outsideList[] = R"(<?xml version="1.0" encoding="UTF-8"?>
+<ns:SiteLists xmlns:ns="zelSiteList" GlobalVersion="20261111000000" LocalVersion="20261111000500" Type="Client">
+  <SiteList Default="1" Name="Incoming">
+    <SpipeSite Type="master" Name="Vantor_InServer" Order="1" Enabled="1" Local="0" Server="mgmt.in.example:80" ServerName="IN01:80" ServerIP="203.0.113.5:80" Version="6.0">
+      <RelativePath>Software</RelativePath>
+      <UseAuth>0</UseAuth>
+      <UserName></UserName>
+      <Password Encrypted="1"></Password>
+    </SpipeSite>
+  </SiteList>
+</ns:SiteLists>
+)";
+
+TEST_F(History, UndoOfAnImportPutsBackTheKeyFilesByteForByte) {
+  const std::string oldPublic("old-public\0\x01", 12);
+  WriteFile(EtcDir() + "/srpubkey.bin", oldPublic);
+  chmod((EtcDir() + "/srpubkey.bin").c_str(), 0644);
+  WriteFile(EtcDir() + "/sr2048pubkey.bin", "old-2048");
+  chmod((EtcDir() + "/sr2048pubkey.bin").c_str(), 0640);
+  std::filesystem::create_directories(Tmp("in"));
+  WriteFile(Tmp("in/SiteList.xml"), c_outsideList);
+  WriteFile(Tmp("in/srpubkey.bin"), "new-public");
+  WriteFile(Tmp("in/reqseckey.bin"), "new-request-secret");
+  const Snapshot before = SnapshotOf(EtcDir());
+
+  EXPECT_EQ(MustRun({"install", Tmp("in/SiteList.xml")}),
+            "installed " + Tmp("in/SiteList.xml") + " into " + OwnList() + "\n");
+  ASSERT_EQ(ReadFile(EtcDir() + "/srpubkey.bin"), "new-public");
+  ASSERT_EQ(ReadFile(EtcDir() + "/reqseckey.bin"), "new-request-secret");
+  const std::string installed = ReadFile(OwnList());
+
+  EXPECT_EQ(WithoutTimes(MustRun({"undo"})), PutBackLine(1, "install"));
+  EXPECT_EQ(ReadFile(OwnList()), Original());
+  EXPECT_EQ(ReadFile(EtcDir() + "/srpubkey.bin"), oldPublic);
+  EXPECT_EQ(ModeOf(EtcDir() + "/srpubkey.bin"), 0644u);
+  EXPECT_FALSE(FileExists(EtcDir() + "/reqseckey.bin"));
+  EXPECT_EQ(ReadFile(EtcDir() + "/sr2048pubkey.bin"), "old-2048");
+  EXPECT_EQ(ModeOf(EtcDir() + "/sr2048pubkey.bin"), 0640u);
+  // Everything beside the list is as it was, but for the history itself.
+  Snapshot after = SnapshotOf(EtcDir());
+  for (auto e = after.begin(); e != after.end();) e = e->first.rfind("SiteList.xml.history", 0) == 0 ? after.erase(e) : ++e;
+  EXPECT_EQ(after, before);
+
+  // Taking the undo back places the request key again, owner-only.
+  EXPECT_EQ(WithoutTimes(MustRun({"restore", "2"})), PutBackLine(2, "undo"));
+  EXPECT_EQ(ReadFile(OwnList()), installed);
+  EXPECT_EQ(ReadFile(EtcDir() + "/reqseckey.bin"), "new-request-secret");
+  EXPECT_EQ(ModeOf(EtcDir() + "/reqseckey.bin"), 0600u);
+  EXPECT_EQ(ReadFile(EtcDir() + "/srpubkey.bin"), "new-public");
+}
+
+TEST_F(History, UndoOfTheFirstInstallRemovesTheList) {
+  std::filesystem::remove(OwnList());
+  std::filesystem::create_directories(Tmp("in"));
+  WriteFile(Tmp("in/SiteList.xml"), c_outsideList);
+  WriteFile(Tmp("in/srpubkey.bin"), "new-public");
+  WriteFile(Tmp("in/reqseckey.bin"), "new-request-secret");
+  MustRun({"install", Tmp("in/SiteList.xml")});
+  const Json entry = HistoryJson()["entries"][0];
+  EXPECT_TRUE(entry["localVersion"].is_null());
+  EXPECT_TRUE(entry["sites"].is_null());
+  const ToolResult h = Run({"history"});
+  EXPECT_EQ(WithoutTimes(h.out), std::string("ID  TIME                  COMMAND  LOCAL VERSION  SITES\n") + "1   " +
+                                     c_time + "  install  -              -\n" +
+                                     "undo puts the list back as it was before install (history entry 1, " + c_time +
+                                     ")\n");
+  MustRun({"undo"});
+  EXPECT_FALSE(FileExists(OwnList()));
+  EXPECT_FALSE(FileExists(EtcDir() + "/srpubkey.bin"));
+  EXPECT_FALSE(FileExists(EtcDir() + "/reqseckey.bin"));
+  const ToolResult show = Run({"show"});
+  EXPECT_EQ(show.exitStatus, 3);
+  EXPECT_EQ(show.err, "sitelist show: " + OwnList() + ": no such file\n");
+}
+
+TEST_F(History, UndoPutsBackTheOwnerAndModeTheEntryKept) {
+  if (getuid() != 0) GTEST_SKIP() << "giving a file to another user needs root";
+  // The list belongs to the agent's user; an administrator (root) edits it.
+  ASSERT_EQ(chown(OwnList().c_str(), testsupport::kOtherUser, testsupport::kOtherGroup), 0);
+  ASSERT_EQ(chmod(OwnList().c_str(), 0640), 0);
+  MustRun({"disable", "Own"});
+  const Json file = HistoryJson()["entries"][0]["files"][0];
+  EXPECT_EQ(file["uid"], testsupport::kOtherUser);
+  EXPECT_EQ(file["gid"], testsupport::kOtherGroup);
+  EXPECT_EQ(file["mode"], 0640);
+  // Someone takes the file over in between; undo gives it back as kept.
+  ASSERT_EQ(chown(OwnList().c_str(), 0, 0), 0);
+  ASSERT_EQ(chmod(OwnList().c_str(), 0600), 0);
+  MustRun({"undo"});
+  struct stat st {};
+  ASSERT_EQ(stat(OwnList().c_str(), &st), 0);
+  EXPECT_EQ(st.st_uid, testsupport::kOtherUser);
+  EXPECT_EQ(st.st_gid, testsupport::kOtherGroup);
+  EXPECT_EQ(st.st_mode & 07777, 0640u);
   EXPECT_EQ(ReadFile(OwnList()), Original());
 }
 
