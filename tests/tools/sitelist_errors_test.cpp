@@ -49,7 +49,7 @@ TEST_F(Errors, AFileWithoutReadPermissionIsNamed) {
       geteuid() == 0 ? std::vector<std::string>{"/usr/bin/setpriv", "--bounding-set=-dac_override,-dac_read_search",
                                                 "--inh-caps=-dac_override,-dac_read_search"}
                      : std::vector<std::string>{};
-  for (const char* command : {"show", "versions", "certs", "diff"}) {
+  for (const char* command : {"show", "versions", "fips", "certs", "validate", "diff", "import", "install"}) {
     std::vector<std::string> args{command, Tmp("locked.xml")};
     if (std::string(command) == "diff") args.push_back(OwnList());
     const ToolResult r = RunToolThrough(wrapper, args, Env());
@@ -57,6 +57,17 @@ TEST_F(Errors, AFileWithoutReadPermissionIsNamed) {
     EXPECT_EQ(r.out, "");
     EXPECT_EQ(r.err, std::string("sitelist ") + command + ": " + Tmp("locked.xml") + ": permission denied\n");
   }
+  // The agent's own list, read by the commands that work on it.
+  chmod(OwnList().c_str(), 0);
+  const Snapshot before = SnapshotOf(DataDir());
+  for (const std::vector<std::string>& args : {std::vector<std::string>{"show"}, {"export"}, {"server-info"},
+                                               {"disable", "Own"}, {"rewrite", "--server", Tmp("original.xml")}}) {
+    const ToolResult r = RunToolThrough(wrapper, args, Env());
+    EXPECT_EQ(r.exitStatus, 3) << args[0] << ": " << r.err;
+    EXPECT_EQ(r.out, "");
+    EXPECT_EQ(r.err, "sitelist " + args[0] + ": " + OwnList() + ": permission denied\n");
+  }
+  EXPECT_EQ(SnapshotOf(DataDir()), before);
 }
 
 // The end tag on line 5 closes an element that is not open; the parser
