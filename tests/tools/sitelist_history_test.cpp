@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <regex>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "EditFixture.h"
@@ -393,6 +394,37 @@ TEST_F(History, UndoPutsBackTheOwnerAndModeTheEntryKept) {
   EXPECT_EQ(st.st_gid, testsupport::kOtherGroup);
   EXPECT_EQ(st.st_mode & 07777, 0640u);
   EXPECT_EQ(ReadFile(OwnList()), Original());
+}
+
+TEST_F(History, TwoCommandsAtOnceKeepOneEntryEachInTurn) {
+  // Two administrators change the list at the same moment, round after round.
+  const auto rounds = [this](const std::string& site, std::vector<int>& statuses) {
+    for (int i = 0; i < 3; ++i) {
+      statuses.push_back(Run({"disable", site}).exitStatus);
+      statuses.push_back(Run({"enable", site}).exitStatus);
+    }
+  };
+  std::vector<int> a, b;
+  std::thread first(rounds, "Own", std::ref(a));
+  std::thread second(rounds, "Share", std::ref(b));
+  first.join();
+  second.join();
+  EXPECT_EQ(a, std::vector<int>(6, 0));
+  EXPECT_EQ(b, std::vector<int>(6, 0));
+  // No change lost: both sites end enabled, as each command left them.
+  for (const Json& site : Json::parse(MustRun({"show", "--json"}))["sites"])
+    if (site["name"] == "Own" || site["name"] == "Share") EXPECT_EQ(site["enabled"], true) << site["name"];
+  // Every change kept once, under ids given once each, newest first.
+  const Json entries = HistoryJson()["entries"];
+  ASSERT_EQ(entries.size(), 10u);
+  for (std::size_t i = 0; i < entries.size(); ++i) {
+    EXPECT_EQ(entries[i]["id"], 12 - static_cast<int>(i));
+    EXPECT_TRUE(entries[i]["command"] == "enable" || entries[i]["command"] == "disable") << entries[i]["command"];
+  }
+  EXPECT_EQ(entries[0]["command"], "enable");
+  // Each undo is kept too: room for them, so that the walk reaches entry 3.
+  for (int i = 0; i < 10; ++i) EXPECT_EQ(Run({"--keep", "30", "undo"}).exitStatus, 0) << i;
+  EXPECT_EQ(Run({"--keep", "30", "undo"}).exitStatus, 1);
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include <fstream>
 #include <iterator>
 #include <map>
+#include <memory>
 #include <optional>
 #include <vector>
 
@@ -173,6 +174,7 @@ void KeepEntry(Context& ctx, const History& history, HistoryEntry& entry, int ke
 int RealRun(Context& ctx, const ChangeTarget& target, const ChangeOptions& options, const WriteStep& step, int keep) {
   const std::vector<std::string> companions = CompanionFiles(target, fs::path(target.file).parent_path().string());
   const History history(target.file);
+  const std::unique_ptr<ChangeSerializer> serial = keep > 0 ? std::make_unique<ChangeSerializer>(target.file) : nullptr;
   if (keep > 0) {
     const std::string obstacle = history.Obstacle();
     if (!obstacle.empty()) return ctx.Fail(obstacle + "; no history entry could be kept (--keep 0 writes without one)");

@@ -1,6 +1,8 @@
 #include "History.h"
 
 #include <dirent.h>
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -224,6 +226,19 @@ bool History::Add(Context& ctx, HistoryEntry& entry, int keep, std::string& why)
   why = EntryPath(m_folder, entry.id) + ": " +
         (lock.empty() ? "the entry could not be written" : "the lock \"" + lock + "\" could not be obtained");
   return false;
+}
+
+ChangeSerializer::ChangeSerializer(const std::string& list) {
+  const std::size_t slash = list.rfind('/');
+  const std::string dir = slash == std::string::npos || slash == 0 ? "/" : list.substr(0, slash);
+  m_fd = open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (m_fd < 0) return;
+  while (flock(m_fd, LOCK_EX) != 0 && errno == EINTR) {
+  }
+}
+
+ChangeSerializer::~ChangeSerializer() {
+  if (m_fd >= 0) close(m_fd);
 }
 
 int HistoryKeep(Context& ctx, int& keep) {

@@ -77,6 +77,22 @@ class History {
   std::string m_folder;
 };
 
+// One writing run of the tool at a time per list directory, from reading the
+// files to keep to keeping them: two administrators' commands at once are
+// kept one after the other, each entry holding what the other left. An
+// advisory lock of the directory itself (flock), which the library's named
+// locks do not touch; none when the directory cannot be opened.
+class ChangeSerializer {
+ public:
+  explicit ChangeSerializer(const std::string& list);
+  ~ChangeSerializer();
+  ChangeSerializer(const ChangeSerializer&) = delete;
+  ChangeSerializer& operator=(const ChangeSerializer&) = delete;
+
+ private:
+  int m_fd = -1;
+};
+
 // The number of entries to keep: --keep, else VLM_HISTORY_KEEP, else the
 // default. Prints why and returns c_exitUsage for a value that is not a
 // whole number from 0 on; 0 otherwise.
