@@ -131,7 +131,7 @@ TEST_F(BufferCommands, LoadOfMalformedTextFailsAndWritesNothing) {
   const ToolResult r = Run({"load"}, "<ns:SiteLists><SiteList>");
   EXPECT_EQ(r.exitStatus, 4);
   EXPECT_EQ(r.out, "");
-  EXPECT_EQ(r.err, "sitelist load: XML is not well formed (-5)\n");
+  EXPECT_EQ(r.err, "<stdin>:1:1: XML is not well formed: unbound prefix\n");
   EXPECT_FALSE(FileExists(StandardList()));
   EXPECT_EQ(SnapshotOf(DataDir()), data);
   EXPECT_EQ(SnapshotOf(RootDir()), root);

@@ -153,7 +153,7 @@ TEST_F(Diff, NamesAMissingOrBrokenFile) {
   r = Run({"diff", Tmp("bad.xml"), Tmp("original.xml")});
   EXPECT_EQ(r.exitStatus, 4);
   EXPECT_EQ(r.out, "");
-  EXPECT_EQ(r.err, "sitelist diff: XML is not well formed (-5)\n");
+  EXPECT_EQ(r.err, Tmp("bad.xml") + ":1:1: XML is not well formed: unbound prefix\n");
   r = Run({"diff", Tmp("original.xml")});
   EXPECT_EQ(r.exitStatus, 2);
   EXPECT_EQ(r.err, "B is required\nRun with --help for more information.\n");

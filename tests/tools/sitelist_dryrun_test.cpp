@@ -208,7 +208,7 @@ TEST_F(DryRun, LoadForetellsTheRealLoadToEitherTarget) {
   ExpectDryRunToForetellTheRealRun({"load", "--site-list", Tmp("copy.xml")}, Original());
   const ToolResult malformed = Run({"load", "--dry-run"}, "<ns:SiteLists>");
   EXPECT_EQ(malformed.exitStatus, 4);
-  EXPECT_EQ(malformed.err, "sitelist load: XML is not well formed (-5)\n");
+  EXPECT_EQ(malformed.err, "<stdin>:1:1: XML is not well formed: unbound prefix\n");
 }
 
 TEST_F(DryRun, EveryEditForetellsItself) {

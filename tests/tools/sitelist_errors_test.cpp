@@ -49,7 +49,7 @@ TEST_F(Errors, AFileWithoutReadPermissionIsNamed) {
       geteuid() == 0 ? std::vector<std::string>{"/usr/bin/setpriv", "--bounding-set=-dac_override,-dac_read_search",
                                                 "--inh-caps=-dac_override,-dac_read_search"}
                      : std::vector<std::string>{};
-  for (const char* command : {"show", "versions", "certs", "diff"}) {
+  for (const char* command : {"show", "versions", "fips", "certs", "validate", "diff", "import", "install"}) {
     std::vector<std::string> args{command, Tmp("locked.xml")};
     if (std::string(command) == "diff") args.push_back(OwnList());
     const ToolResult r = RunToolThrough(wrapper, args, Env());
@@ -57,23 +57,106 @@ TEST_F(Errors, AFileWithoutReadPermissionIsNamed) {
     EXPECT_EQ(r.out, "");
     EXPECT_EQ(r.err, std::string("sitelist ") + command + ": " + Tmp("locked.xml") + ": permission denied\n");
   }
+  // The agent's own list, read by the commands that work on it.
+  chmod(OwnList().c_str(), 0);
+  const Snapshot before = SnapshotOf(DataDir());
+  for (const std::vector<std::string>& args : {std::vector<std::string>{"show"}, {"export"}, {"server-info"},
+                                               {"disable", "Own"}, {"rewrite", "--server", Tmp("original.xml")}}) {
+    const ToolResult r = RunToolThrough(wrapper, args, Env());
+    EXPECT_EQ(r.exitStatus, 3) << args[0] << ": " << r.err;
+    EXPECT_EQ(r.out, "");
+    EXPECT_EQ(r.err, "sitelist " + args[0] + ": " + OwnList() + ": permission denied\n");
+  }
+  EXPECT_EQ(SnapshotOf(DataDir()), before);
 }
 
-TEST_F(Errors, AListThatIsNotWellFormedGivesStatusFour) {
-  // The end tag does not match.
-  WriteFile(Tmp("bad.xml"), "<ns:SiteLists xmlns:ns=\"zelSiteList\">\n<SiteList>\n</CaBundle>\n</ns:SiteLists>\n");
-  for (const char* command : {"show", "versions", "fips", "certs", "validate"}) {
-    const ToolResult r = Run({command, Tmp("bad.xml")});
-    EXPECT_EQ(r.exitStatus, 4) << command;
-    EXPECT_EQ(r.out, "");
-    const std::string line = std::string("sitelist ") + command + ": XML is not well formed (-5)\n";
-    EXPECT_EQ(r.err, (std::string(command) == "validate" ? "[ERROR] SiteHlp: Failed hr=-5\n" : "") + line);
+// The end tag on line 5 closes an element that is not open; the parser
+// places the fault at the name in that tag.
+const char c_mismatched[] =
+    "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+    "<ns:SiteLists xmlns:ns=\"zelSiteList\" GlobalVersion=\"1\" LocalVersion=\"2\">\n"
+    "  <SiteList>\n"
+    "    <HttpSite Name=\"x\" Server=\"x.test.example:80\">\n"
+    "    </SiteList>\n"
+    "  </HttpSite>\n"
+    "</ns:SiteLists>\n";
+
+TEST_F(Errors, EveryCommandThatReadsAListNamesTheLineAndColumnOfTheFault) {
+  WriteFile(Tmp("bad.xml"), c_mismatched);
+  const std::string place = Tmp("bad.xml") + ":5:7: XML is not well formed: mismatched tag\n";
+  const std::vector<std::vector<std::string>> commands{
+      {"show", Tmp("bad.xml")},     {"versions", Tmp("bad.xml")},
+      {"fips", Tmp("bad.xml")},     {"certs", Tmp("bad.xml")},
+      {"validate", Tmp("bad.xml")}, {"diff", Tmp("bad.xml"), OwnList()},
+      {"diff", OwnList(), Tmp("bad.xml")},
+      {"import", Tmp("bad.xml")},   {"install", Tmp("bad.xml")},
+      {"rewrite", "--server", Tmp("bad.xml")},
+      {"import", "--dry-run", Tmp("bad.xml")}};
+  const Snapshot before = SnapshotOf(DataDir());
+  for (const std::vector<std::string>& args : commands) {
+    const ToolResult r = Run(args);
+    EXPECT_EQ(r.exitStatus, 4) << args[0];
+    EXPECT_EQ(r.out, "") << args[0];
+    EXPECT_EQ(r.err, place) << args[0];
   }
-  WriteFile(OwnList(), ReadFile(Tmp("bad.xml")));
+  EXPECT_EQ(SnapshotOf(DataDir()), before);
+}
+
+TEST_F(Errors, EveryCommandOnTheAgentsListNamesTheLineAndColumnOfTheFault) {
+  WriteFile(OwnList(), c_mismatched);
+  const std::string place = OwnList() + ":5:7: XML is not well formed: mismatched tag\n";
+  const std::vector<std::vector<std::string>> commands{
+      {"show"},        {"export"},          {"server-info"}, {"check", "--no-lookup"},
+      {"disable", "x"}, {"add-site", "--kind", "http", "--name", "n", "--server", "n.test.example"},
+      {"set-server", "--port", "443", "--ip", "192.0.2.9", "--server", "s.test.example", "--netbios", "S"},
+      {"server-list"}, {"rewrite", "--repositories", Tmp("original.xml")}, {"set-proxy", "--none", "--dry-run"}};
+  const Snapshot before = SnapshotOf(DataDir());
+  for (const std::vector<std::string>& args : commands) {
+    const ToolResult r = Run(args);
+    EXPECT_EQ(r.exitStatus, 4) << args[0];
+    EXPECT_EQ(r.out, "") << args[0];
+    EXPECT_EQ(r.err, place) << args[0];
+  }
+  EXPECT_EQ(SnapshotOf(DataDir()), before);
+  // Text read from stdin is named as such.
+  const ToolResult load = Run({"load", "--site-list", Tmp("copy.xml")}, c_mismatched);
+  EXPECT_EQ(load.exitStatus, 4);
+  EXPECT_EQ(load.err, "<stdin>:5:7: XML is not well formed: mismatched tag\n");
+  EXPECT_FALSE(testsupport::FileExists(Tmp("copy.xml")));
+}
+
+TEST_F(Errors, ADocumentThatIsNotASiteListIsRefusedWithItsRootNamed) {
+  WriteFile(Tmp("other.xml"), "<?xml version=\"1.0\"?>\n<config><SiteList/></config>\n");
+  const Snapshot before = SnapshotOf(DataDir());
+  for (const char* command : {"show", "versions", "fips", "certs", "validate", "import", "install"}) {
+    const ToolResult r = Run({command, Tmp("other.xml")});
+    EXPECT_EQ(r.exitStatus, 4) << command;
+    EXPECT_EQ(r.out, "") << command;
+    EXPECT_EQ(r.err, std::string("sitelist ") + command + ": " + Tmp("other.xml") +
+                         ": not a site list: its root element is \"config\", not SiteLists\n");
+  }
+  EXPECT_EQ(SnapshotOf(DataDir()), before);
+  WriteFile(OwnList(), "<a:Lists xmlns:a=\"zelSiteList\"/>");
   const ToolResult edit = Run({"disable", "Own"});
   EXPECT_EQ(edit.exitStatus, 4);
-  EXPECT_EQ(edit.err, "sitelist disable: XML is not well formed (-5)\n");
-  EXPECT_EQ(ReadFile(OwnList()), ReadFile(Tmp("bad.xml")));
+  EXPECT_EQ(edit.err, "sitelist disable: " + OwnList() + ": not a site list: its root element is \"a:Lists\", not SiteLists\n");
+  const ToolResult load = Run({"load", "--site-list", Tmp("copy.xml")}, "<config/>");
+  EXPECT_EQ(load.exitStatus, 4);
+  EXPECT_EQ(load.err, "sitelist load: <stdin>: not a site list: its root element is \"config\", not SiteLists\n");
+  EXPECT_FALSE(testsupport::FileExists(Tmp("copy.xml")));
+}
+
+TEST_F(Errors, AMissingAgentListIsNamedByEveryCommandThatReadsIt) {
+  std::filesystem::remove(OwnList());
+  for (const std::vector<std::string>& args :
+       {std::vector<std::string>{"show"}, {"versions"}, {"fips"}, {"certs"}, {"export"}, {"server-info"},
+        {"disable", "Own"}, {"server-list"}, {"rewrite", "--server", Tmp("original.xml")}}) {
+    const ToolResult r = Run(args);
+    EXPECT_EQ(r.exitStatus, 3) << args[0];
+    EXPECT_EQ(r.out, "") << args[0];
+    EXPECT_EQ(r.err, "sitelist " + args[0] + ": " + OwnList() + ": no such file\n") << args[0];
+  }
+  EXPECT_FALSE(testsupport::FileExists(OwnList()));
 }
 
 TEST_F(Errors, ALockNotObtainedGivesStatusSixAndWritesNothing) {

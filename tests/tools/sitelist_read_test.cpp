@@ -147,7 +147,7 @@ TEST_F(ReadCommands, VersionsOfAMalformedFileSaysItIsNotWellFormed) {
   const ToolResult r = Run({"versions", Tmp("bad.xml")});
   EXPECT_EQ(r.exitStatus, 4);
   EXPECT_EQ(r.out, "");
-  EXPECT_EQ(r.err, "sitelist versions: XML is not well formed (-5)\n");
+  EXPECT_EQ(r.err, Tmp("bad.xml") + ":1:1: XML is not well formed: unclosed token\n");
 }
 
 TEST_F(ReadCommands, VersionsWithAnUnknownOptionIsAUsageError) {
@@ -197,7 +197,7 @@ TEST_F(ReadCommands, CertsOfAMalformedFileFails) {
   const ToolResult r = Run({"certs", Tmp("bad.xml")});
   EXPECT_EQ(r.exitStatus, 4);
   EXPECT_EQ(r.out, "");
-  EXPECT_EQ(r.err, "sitelist certs: XML is not well formed (-5)\n");
+  EXPECT_EQ(r.err, Tmp("bad.xml") + ":1:1: XML is not well formed: unbound prefix\n");
 }
 
 TEST_F(ReadCommands, CertsWithAnUnknownOptionIsAUsageError) {
@@ -218,7 +218,8 @@ const char* const c_commands[] = {"show",        "diff",       "versions",   "fi
                                   "validate",    "import",     "install",    "add-site",   "remove-site",
                                   "enable",      "disable",    "set-order",  "edit",       "set-proxy",
                                   "set-server",  "server-info", "server-list", "rewrite",   "export",
-                                  "load",        "encrypt-password", "notify"};
+                                  "load",        "history",    "undo",       "restore",
+                                  "encrypt-password", "notify"};
 
 TEST_F(ReadCommands, HelpDescribesEveryCommandAndTheExitStatuses) {
   const ToolResult r = Run({"--help"});
@@ -227,7 +228,8 @@ TEST_F(ReadCommands, HelpDescribesEveryCommandAndTheExitStatuses) {
     EXPECT_NE(r.out.find(std::string("\n  ") + command + " "), std::string::npos) << command;
   EXPECT_NE(r.out.find("Exit status: 0 success; 1 the operation failed (its result code and meaning on\n"
                        "stderr); 2 usage error; 3 a file is missing or cannot be read; 4 a file is not\n"
-                       "well-formed XML; 5 refused by the source checks; 6 a lock could not be obtained.\n"),
+                       "well-formed XML (FILE:LINE:COLUMN: what is wrong) or not a site list; 5 refused\n"
+                       "by the source checks; 6 a lock could not be obtained.\n"),
             std::string::npos)
       << r.out;
   for (const char* command : c_commands) {

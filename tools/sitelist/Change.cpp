@@ -7,11 +7,13 @@
 #include <fstream>
 #include <iterator>
 #include <map>
+#include <memory>
 #include <optional>
 #include <vector>
 
 #include "Context.h"
 #include "DiffOutput.h"
+#include "History.h"
 #include "ListDiff.h"
 #include "ScratchDir.h"
 
@@ -25,13 +27,17 @@ constexpr const char* c_keyFiles[] = {"srpubkey.bin", "reqseckey.bin", "sr2048pu
 // (not joined as a path), as the library forms it.
 constexpr const char c_fipsMarkerSuffix[] = "\\agentfipsmode";
 
-// The files a write may touch besides a list in dir, by their paths.
-std::vector<std::string> CompanionFiles(const ChangeTarget& target, const std::string& dir) {
+std::vector<std::string> KeyFilesIn(const std::string& dir) {
   std::vector<std::string> files;
-  if (!target.keyFiles) return files;
   for (const char* name : c_keyFiles) files.push_back((fs::path(dir) / name).string());
   files.push_back(dir + c_fipsMarkerSuffix);
   return files;
+}
+
+// The files a write may touch besides a list in dir, by their paths.
+std::vector<std::string> CompanionFiles(const ChangeTarget& target, const std::string& dir) {
+  if (!target.keyFiles) return {};
+  return KeyFilesIn(dir);
 }
 
 std::optional<std::string> Contents(const std::string& path) {
@@ -141,19 +147,60 @@ int Notify(Context& ctx) {
   return ctx.Fail("the change notice was not recorded", c_exitLock);
 }
 
-int RealRun(Context& ctx, const ChangeTarget& target, const ChangeOptions& options, const WriteStep& step) {
+// What the history keeps of the files before a change: read before the
+// step runs, kept once it has changed them. The library's lines about a
+// list that cannot be read are the step's to say, not these reads'.
+HistoryEntry EntryBefore(Context& ctx, const ChangeTarget& target, const ListState& state, bool read) {
+  HistoryEntry entry;
+  entry.command = ctx.Command();
+  entry.restored = target.restores;
+  entry.list = target.file;
+  entry.files = KeepFiles(HistoryFiles(target));
+  if (!read || !state.exists) return entry;
+  entry.localVersion = state.localVersion;
+  long sites = 0;
+  for (const SiteRecord& site : state.sites) sites += site.view.kind == "Proxy" ? 0 : 1;
+  entry.sites = sites;
+  return entry;
+}
+
+void KeepEntry(Context& ctx, const History& history, HistoryEntry& entry, int keep) {
+  entry.time = UtcNow();
+  std::string why;
+  if (!history.Add(ctx, entry, keep, why))
+    ctx.Fail("warning: " + why + "; no history entry was kept of this change", c_exitSuccess);
+}
+
+int RealRun(Context& ctx, const ChangeTarget& target, const ChangeOptions& options, const WriteStep& step, int keep) {
   const std::vector<std::string> companions = CompanionFiles(target, fs::path(target.file).parent_path().string());
+  const History history(target.file);
+  const std::unique_ptr<ChangeSerializer> serial = keep > 0 ? std::make_unique<ChangeSerializer>(target.file) : nullptr;
+  if (keep > 0) {
+    const std::string obstacle = history.Obstacle();
+    if (!obstacle.empty()) return ctx.Fail(obstacle + "; no history entry could be kept (--keep 0 writes without one)");
+  }
   std::string label = target.file;
   ListState before;
   Files filesBefore;
-  if (options.json) {
-    before = StateOf(ctx, target.file, label);
+  bool read = false;
+  if (options.json || keep > 0) {
+    const std::size_t mark = ctx.Log().Mark();
+    read = ReadListState(ctx, target.file, before) == 0;
+    if (!read) label += " (could not be read)";
+    for (const LogLine& line : ctx.Log().LinesSince(mark)) ctx.Log().Restated(line);
     filesBefore = FilesAt(companions, companions);
+  }
+  HistoryEntry entry = keep > 0 ? EntryBefore(ctx, target, before, read) : HistoryEntry{};
+  if (!read) {
+    before = ListState{};
+    before.path = target.file;
+    before.exists = true;
   }
   // Every real write of the tool passes here, with the files it may replace
   // named by target.
   const StepResult result = step(target.file, target.file);
   if (result.status != 0) return result.status;
+  if (result.written && keep > 0) KeepEntry(ctx, history, entry, keep);
   if (result.written && target.notify) {
     if (const int status = Notify(ctx)) return status;
   }
@@ -176,11 +223,22 @@ void AddChangeOptions(CLI::App& command, ChangeOptions& options) {
   command.add_flag("--json", options.json, "Print the result, and what changed, as one JSON document");
 }
 
+std::vector<std::string> HistoryFiles(const ChangeTarget& target) {
+  std::vector<std::string> files{target.file};
+  if (!target.notify) return files;
+  for (const std::string& file : KeyFilesIn(fs::path(target.file).parent_path().string())) files.push_back(file);
+  return files;
+}
+
 int ApplyChange(Context& ctx, const ChangeTarget& target, const ChangeOptions& options, const WriteStep& step) {
+  int keep = 0;
+  if (const int status = HistoryKeep(ctx, keep)) return status;
   // An absolute path gives the list a directory whose copy a dry run can make.
   ChangeTarget absolute = target;
-  absolute.file = fs::absolute(target.file).lexically_normal().string();
-  return options.dryRun ? DryRun(ctx, absolute, options, step) : RealRun(ctx, absolute, options, step);
+  absolute.file = AbsoluteListPath(target.file);
+  return options.dryRun ? DryRun(ctx, absolute, options, step) : RealRun(ctx, absolute, options, step, keep);
 }
+
+std::string AbsoluteListPath(const std::string& file) { return fs::absolute(file).lexically_normal().string(); }
 
 }  // namespace sitelist

@@ -8,6 +8,7 @@
 
 #include <functional>
 #include <string>
+#include <vector>
 
 namespace CLI {
 class App;
@@ -22,6 +23,7 @@ struct ChangeTarget {
   std::string file;       // the site list the write replaces; its meaning is compared
   bool keyFiles = false;  // the key files and the FIPS marker beside it may change too
   bool notify = true;     // a list the agent reads: a change notice follows a real write
+  long restores = 0;      // undo and restore: the history entry they put back
 };
 
 // What a write step did. A failed step has printed its failure already.
@@ -40,13 +42,24 @@ struct ChangeOptions {
   bool json = false;
 };
 
+// The files a history entry of a change of target keeps: the list, and for
+// a list the agent reads the key files and FIPS marker beside it, whether
+// or not this change touches them, so that every entry is a whole state.
+std::vector<std::string> HistoryFiles(const ChangeTarget& target);
+
+// The path ApplyChange gives a target's file: absolute, normalised.
+std::string AbsoluteListPath(const std::string& file);
+
 // Adds --dry-run and --json to a writing command.
 void AddChangeOptions(CLI::App& command, ChangeOptions& options);
 
 // Runs step on the target (see above), prints the result line, or the diff
 // of a dry run, or with --json one document {command, file, dryRun,
-// written, message, changes}. Returns the exit status: that of the step, or
-// c_exitLock when the change notice after a real write could not be sent.
+// written, message, changes}. A real write that changed the files is kept
+// in the target's history (History.h), unless --keep or VLM_HISTORY_KEEP
+// is 0: the files it replaced as they were read just before it. Returns the
+// exit status: that of the step, or c_exitLock when the change notice after
+// a real write could not be sent.
 int ApplyChange(Context& ctx, const ChangeTarget& target, const ChangeOptions& options, const WriteStep& step);
 
 }  // namespace sitelist

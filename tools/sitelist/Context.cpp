@@ -9,6 +9,12 @@
 #include "platform/AString.h"
 
 namespace sitelist {
+namespace {
+
+// The local name of a site list document's root element.
+constexpr const char c_rootElement[] = "SiteLists";
+
+}  // namespace
 
 std::string Narrow(const std::wstring& text) { return ACharString(text); }
 std::wstring Wide(const std::string& text) { return AString(text); }
@@ -81,13 +87,36 @@ int Context::LockFailure(std::size_t mark) {
 
 int Context::FileFailure(const std::string& path, std::size_t mark) {
   if (const int status = LockFailure(mark)) return status;
-  const std::string reason = UnreadableReason(path);
-  if (!reason.empty()) return Fail(path + ": " + reason, c_exitFileMissing);
-  // The version queries fold a document that is not well formed into -1;
-  // the certificate query tells it apart.
-  std::vector<std::wstring> certificates;
-  if (MakeHelper(path)->GetCaCertificates(Wide(path), certificates) == -5) return FailCode(-5);
-  return 0;
+  return CheckList(path);
+}
+
+int Context::NotWellFormed(const sitehlp::tag_DocumentCheck& refusal, const std::string& shown) const {
+  std::string place = shown;
+  if (refusal.nLine > 0) place += ":" + std::to_string(refusal.nLine) + ":" + std::to_string(refusal.nColumn);
+  std::fprintf(stderr, "%s: %s: %s\n", place.c_str(), ResultMeaning(-5), Narrow(refusal.szDescription).c_str());
+  return c_exitNotWellFormed;
+}
+
+int Context::CheckList(const std::string& path, const std::string& shown) {
+  const std::size_t mark = Log().Mark();
+  sitehlp::tag_DocumentCheck check;
+  const int rc = Helper().CheckSiteListDocument(Wide(path), check);
+  if (rc == 0) {
+    const std::string root = Narrow(check.szRootElement);
+    const std::size_t colon = root.rfind(':');
+    if (root.substr(colon == std::string::npos ? 0 : colon + 1) == c_rootElement) return 0;
+    return Fail(shown + ": not a site list: its root element is \"" + root + "\", not " + c_rootElement,
+                c_exitNotWellFormed);
+  }
+  if (const int status = LockFailure(mark)) return status;
+  if (rc == -5) return NotWellFormed(check, shown);
+  if (rc == -4 || rc == -10) {
+    std::string reason = UnreadableReason(path);
+    if (reason.empty()) reason = Narrow(check.szDescription);
+    if (reason.empty()) reason = ResultMeaning(rc);
+    return Fail(shown + ": " + reason, c_exitFileMissing);
+  }
+  return FailCode(rc);
 }
 
 int Context::ReadFailure(const std::string& path, int code, std::size_t mark) {

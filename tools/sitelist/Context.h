@@ -23,6 +23,7 @@ struct GlobalOptions {
   bool managed = false;    // --managed
   bool unmanaged = false;  // --unmanaged
   bool verbose = false;    // -v
+  int keep = -1;           // --keep: history entries kept; -1 when not given
 };
 
 class Context {
@@ -63,11 +64,25 @@ class Context {
   // a lock not taken, a file missing or unreadable (named, with the reason),
   // a document that is not well formed, else the code's meaning.
   int ReadFailure(const std::string& path, int code, std::size_t mark);
-  // The lock, file or well-formedness problem behind a failed read of path,
-  // printed with its exit status returned; 0 when there is none.
+  // The lock, file, well-formedness or root element problem behind a failed
+  // read of path (CheckList), printed with its exit status returned; 0 when
+  // there is none.
   int FileFailure(const std::string& path, std::size_t mark);
   // The lock failure since mark, if any: printed, c_exitLock returned; else 0.
   int LockFailure(std::size_t mark);
+
+  // What every command that reads a site list refuses before it reads one:
+  // a lock not obtained, a file missing or unreadable (named, with the
+  // reason), a document that is not well formed (see NotWellFormed), a
+  // well-formed one that is not a site list (its root element named; exit
+  // status 4). The library judges the file, by the rules it reads with.
+  // Prints and returns the exit status; 0 when the library takes path as a
+  // site list. shown is the path to name (path may be a scratch copy).
+  int CheckList(const std::string& path, const std::string& shown);
+  int CheckList(const std::string& path) { return CheckList(path, path); }
+  // "FILE:LINE:COLUMN: XML is not well formed: what", the place and words
+  // the library's parser gave, on stderr; returns c_exitNotWellFormed.
+  int NotWellFormed(const sitehlp::tag_DocumentCheck& refusal, const std::string& shown) const;
 
  private:
   void ApplyEnvironment();

@@ -72,6 +72,7 @@ EditableList::EditableList(Context& ctx, const std::string& file, const std::str
 EditableList::~EditableList() { m_helper->FreeSiteListMemory(m_head); }
 
 int EditableList::Read() {
+  if (const int status = m_ctx.CheckList(m_file, m_shownFile)) return status;
   const std::size_t mark = m_ctx.Log().Mark();
   const std::wstring path = Wide(m_file);
   int rc = m_helper->GetSitelistVersions(path, m_globalVersion, m_localVersion, m_type);

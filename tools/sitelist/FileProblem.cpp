@@ -9,9 +9,8 @@
 #include <cstring>
 
 namespace sitelist {
-namespace {
 
-std::string ReasonOf(int error) {
+std::string ReasonOfError(int error) {
   switch (error) {
     case ENOENT: return "no such file";
     case EACCES: return "permission denied";
@@ -24,19 +23,17 @@ std::string ReasonOf(int error) {
   }
 }
 
-}  // namespace
-
 std::string UnreadableReason(const std::string& path) {
   struct stat link {};
-  if (lstat(path.c_str(), &link) != 0) return ReasonOf(errno);
+  if (lstat(path.c_str(), &link) != 0) return ReasonOfError(errno);
   struct stat target {};
   if (stat(path.c_str(), &target) != 0) {
     if (errno == ENOENT && S_ISLNK(link.st_mode)) return "no such file (broken symbolic link)";
-    return ReasonOf(errno);
+    return ReasonOfError(errno);
   }
   if (!S_ISREG(target.st_mode)) return "not a regular file";
   const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-  if (fd < 0) return ReasonOf(errno);
+  if (fd < 0) return ReasonOfError(errno);
   close(fd);
   return "";
 }

@@ -14,6 +14,10 @@ namespace sitelist {
 // process may open for reading.
 std::string UnreadableReason(const std::string& path);
 
+// The same words for a system error number: "no such file", "permission
+// denied", "symbolic link loop", else the system's text.
+std::string ReasonOfError(int error);
+
 }  // namespace sitelist
 
 #endif  // VLM_TOOLS_SITELIST_FILEPROBLEM_H

@@ -21,6 +21,7 @@ struct CertsOptions {
 
 int Run(Context& ctx, const CertsOptions& o) {
   const std::string path = o.file.empty() ? ctx.OwnListPath() : o.file;
+  if (const int status = ctx.CheckList(path)) return status;
   const std::size_t mark = ctx.Log().Mark();
   std::vector<std::wstring> certificates;
   const int rc = ctx.Helper().GetCaCertificates(Wide(path), certificates);

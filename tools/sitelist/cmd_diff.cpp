@@ -20,6 +20,7 @@ struct DiffOptions {
 };
 
 int Read(Context& ctx, const std::string& path, ListState& state) {
+  if (const int status = ctx.CheckList(path)) return status;
   const std::size_t mark = ctx.Log().Mark();
   const int rc = ReadListState(ctx, path, state);
   if (rc != 0) return ctx.ReadFailure(path, rc, mark);

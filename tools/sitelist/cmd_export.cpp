@@ -52,6 +52,7 @@ std::string WithBundleStartTag(std::string text) {
 
 int Run(Context& ctx, bool json) {
   std::wstring text;
+  if (const int status = ctx.CheckList(ctx.OwnListPath())) return status;
   const std::size_t mark = ctx.Log().Mark();
   if (!ctx.Helper().GetSiteListBuffer(text)) {
     if (const int status = ctx.FileFailure(ctx.OwnListPath(), mark)) return status;

@@ -19,6 +19,7 @@ struct FipsOptions {
 int Run(Context& ctx, const FipsOptions& o) {
   sitehlp::CSitesHelper& helper = ctx.Helper();
   const std::string path = o.file.empty() ? ctx.OwnListPath() : o.file;
+  if (const int status = ctx.CheckList(path)) return status;
   const std::size_t mark = ctx.Log().Mark();
   // The FIPS query answers -1 both for an unreadable file and for a list
   // without the flag; the version query tells the two apart.

@@ -50,6 +50,7 @@ int RunImport(Context& ctx, const ImportOptions& o, bool checked) {
   ctx.WantInformationLines();  // failed rules, the overwrite warning, key file hints
   const ChangeTarget target{ctx.OwnListPath(), true, true};
   return ApplyChange(ctx, target, o.change, [&](const std::string& file, const std::string& shownFile) {
+    if (const int status = ctx.CheckList(o.file)) return StepResult{status, false, ""};
     const std::unique_ptr<sitehlp::CSitesHelper> helper = ctx.MakeHelper(file);
     const std::size_t mark = ctx.Log().Mark();
     const int rc = checked ? helper->ImportSiteList(Wide(o.file), Wide(o.keyDir))

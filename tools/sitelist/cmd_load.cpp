@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <iostream>
 #include <iterator>
 #include <memory>
@@ -20,6 +21,8 @@ namespace {
 
 constexpr const char c_standardLocation[] = "/opt/Velmora/orx/scratch/etc/SiteList.xml";
 constexpr const char c_rootPrefix[] = "VLM_ROOT_PREFIX";
+// How messages name the text read.
+constexpr const char c_input[] = "<stdin>";
 
 std::string RootPrefix() {
   const char* prefix = std::getenv(c_rootPrefix);
@@ -34,12 +37,26 @@ StepResult Stage(Context& ctx, const std::string& text, sitehlp::CSitesHelper& h
   const std::size_t mark = ctx.Log().Mark();
   const std::string previous = RootPrefix();
   setenv(c_rootPrefix, staged.c_str(), 1);
+  sitehlp::CSitesHelper::ClearLastXmlRefusal();
   const int rc = helper.CreateSiteListFromBuffer(Wide(text));
   setenv(c_rootPrefix, previous.c_str(), 1);
   staged += c_standardLocation;
   if (rc == 0) return {0, true, ""};
   if (const int status = ctx.LockFailure(mark)) return {status, false, ""};
+  sitehlp::tag_DocumentCheck refusal;
+  if (rc == -5 && sitehlp::CSitesHelper::GetLastXmlRefusal(refusal)) return {ctx.NotWellFormed(refusal, c_input), false, ""};
   return {ctx.FailCode(rc), false, ""};
+}
+
+// The library stores any well-formed text as a site list, whatever its root
+// element; the text must be one. Judged as a file holding the same bytes;
+// the text's faults are the buffer reader's to place.
+int CheckRoot(Context& ctx, const std::string& text, const std::string& dir) {
+  const std::string copy = dir + "/stdin.xml";
+  std::ofstream(copy, std::ios::binary) << text;
+  sitehlp::tag_DocumentCheck check;
+  if (ctx.Helper().CheckSiteListDocument(Wide(copy), check) != 0) return 0;
+  return ctx.CheckList(copy, c_input);
 }
 
 StepResult Commit(Context& ctx, const std::string& staged, const std::string& file) {
@@ -66,6 +83,7 @@ int Run(Context& ctx, const ChangeOptions& options) {
     ScratchDir stage("load");
     if (!stage.Ok()) return StepResult{ctx.Fail("no scratch directory to stage the text in"), false, ""};
     std::string staged = stage.Path();
+    if (const int status = CheckRoot(ctx, text, staged)) return StepResult{status, false, ""};
     std::filesystem::create_directories(staged + std::filesystem::path(c_standardLocation).parent_path().string());
     // A text without a CA bundle keeps the certificates of the list the
     // helper stands for: the agent's own, or the --site-list file.

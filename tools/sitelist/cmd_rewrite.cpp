@@ -26,6 +26,8 @@ std::string Replaced(const RewriteOptions& o) {
 }
 
 StepResult Rewrite(Context& ctx, const RewriteOptions& o, const std::string& file, const std::string& shownFile) {
+  if (const int status = ctx.CheckList(file, shownFile)) return {status, false, ""};
+  if (const int status = ctx.CheckList(o.file)) return {status, false, ""};
   const std::size_t mark = ctx.Log().Mark();
   if (ctx.MakeHelper(file)->modifySiteList(Wide(o.file).c_str(), o.repositories, o.server, AString(Wide(o.keyDir))))
     return {0, true, "rewrote " + shownFile + " from " + o.file + " (" + Replaced(o) + " replaced)"};

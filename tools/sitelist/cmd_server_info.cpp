@@ -26,6 +26,7 @@ int Run(Context& ctx, const InfoOptions& o) {
   // The outputs are written only when a SPIPE site was found; a list without
   // any site also answers 0, and leaves the port as it was.
   int port = c_noPort;
+  if (const int status = ctx.CheckList(ctx.OwnListPath())) return status;
   const std::size_t mark = ctx.Log().Mark();
   const int rc = ctx.Helper().GetVantorServerInfo(name, server, ip, netbios, port, version, o.all, o.plainPort);
   if (rc == -8) return ctx.FailCode(rc);

@@ -35,6 +35,7 @@ int Run(Context& ctx, const ServerListOptions& o) {
   // Not a list the agent reads its sites from: no change notice.
   const ChangeTarget target{(std::filesystem::path(to) / "ServerSiteList.xml").string(), false, false};
   return ApplyChange(ctx, target, o.change, [&](const std::string& file, const std::string&) {
+    if (const int status = ctx.CheckList(from + "/SiteList.xml")) return StepResult{status, false, ""};
     const std::size_t mark = ctx.Log().Mark();
     const std::string dir = std::filesystem::path(file).parent_path().string();
     if (!sitehlp::CSitesHelper::createServerSiteListFromSiteList(Wide(from).c_str(), Wide(dir).c_str())) {

@@ -32,6 +32,7 @@ int Run(Context& ctx, const ServerOptions& o) {
   if (auto error = Check(o)) return ctx.Fail(error->text, c_exitUsage);
   const ChangeTarget target{ctx.OwnListPath(), false, true};
   return ApplyChange(ctx, target, o.change, [&](const std::string& file, const std::string& shownFile) {
+    if (const int status = ctx.CheckList(file, shownFile)) return StepResult{status, false, ""};
     const std::size_t mark = ctx.Log().Mark();
     const int rc = ctx.MakeHelper(file)->SetSpipeSiteForUpdSite(o.port, Wide(o.ip), Wide(o.server), Wide(o.netbios));
     if (rc != 0) return StepResult{ctx.ReadFailure(shownFile, rc, mark), false, ""};

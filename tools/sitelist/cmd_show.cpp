@@ -75,6 +75,7 @@ void PrintShowJson(const ListState& s, const std::vector<const SiteView*>& sites
 
 int Run(Context& ctx, const ShowOptions& o) {
   const std::string path = o.file.empty() ? ctx.OwnListPath() : o.file;
+  if (const int status = ctx.CheckList(path)) return status;
   const std::size_t mark = ctx.Log().Mark();
   ListState s;
   const int rc = ReadListState(ctx, path, s);

@@ -23,6 +23,7 @@ int Run(Context& ctx, const ValidateOptions& o) {
   ctx.WantInformationLines();  // every failed rule is an information line
   sitehlp::CSitesHelper& helper = ctx.Helper();
   const bool managed = ctx.Managed();
+  if (const int status = ctx.CheckList(o.file)) return status;
   std::size_t mark = ctx.Log().Mark();
   sitehlp::tag_Site* sites = nullptr;
   int rc = helper.MustReadSiteList(Wide(o.file), &sites);

@@ -19,6 +19,7 @@ struct VersionsOptions {
 int Run(Context& ctx, const VersionsOptions& o) {
   sitehlp::CSitesHelper& helper = ctx.Helper();
   const std::string path = o.file.empty() ? ctx.OwnListPath() : o.file;
+  if (const int status = ctx.CheckList(path)) return status;
   const std::size_t mark = ctx.Log().Mark();
   std::wstring global, local, type;
   const int rc = helper.GetSitelistVersions(Wide(path), global, local, type);

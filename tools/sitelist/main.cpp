@@ -18,11 +18,14 @@ constexpr const char c_description[] =
 constexpr const char c_footer[] =
     "Exit status: 0 success; 1 the operation failed (its result code and meaning on\n"
     "stderr); 2 usage error; 3 a file is missing or cannot be read; 4 a file is not\n"
-    "well-formed XML; 5 refused by the source checks; 6 a lock could not be obtained.\n"
-    "Every command that writes takes --dry-run; every command that prints takes --json.\n"
+    "well-formed XML (FILE:LINE:COLUMN: what is wrong) or not a site list; 5 refused\n"
+    "by the source checks; 6 a lock could not be obtained.\n"
+    "Every command that writes takes --dry-run, and keeps the files it replaces in\n"
+    "the list's history (see history, undo, restore); every command that prints\n"
+    "takes --json.\n"
     "Configuration comes from the environment (VLM_FRAMEWORK_DATA_DIR, VLM_MANAGED,\n"
-    "VLM_LOCK_DIR, VLM_KEY_DIR, VLM_LOG_LEVEL, VLM_LOG_SINK); the library's error\n"
-    "lines go to stderr unless VLM_LOG_SINK says otherwise.\n"
+    "VLM_LOCK_DIR, VLM_KEY_DIR, VLM_LOG_LEVEL, VLM_LOG_SINK, VLM_HISTORY_KEEP); the\n"
+    "library's error lines go to stderr unless VLM_LOG_SINK says otherwise.\n"
     "Run 'sitelist COMMAND --help' for a command's options and an example.";
 
 }  // namespace
@@ -46,6 +49,11 @@ int main(int argc, char** argv) {
   CLI::Option* unmanaged = app.add_flag("--unmanaged", o.unmanaged, "Treat the agent as not managed");
   managed->excludes(unmanaged);
   app.add_flag("-v,--verbose", o.verbose, "Detail log lines of the library on stderr");
+  app.add_option("--keep", o.keep,
+                 "History entries a writing command keeps beside the list (default: VLM_HISTORY_KEEP, else 10; 0: "
+                 "keep none)")
+      ->type_name("N")
+      ->check(CLI::Range(0, 1000000));
   sitelist::AddCommandTreeOption(app);
 
   std::map<const CLI::App*, sitelist::Action> actions;
