@@ -197,13 +197,13 @@ CreateResult CreateKeyFile(const std::string& dir, const std::string& path, int 
   }
 
   CreateResult result = CreateResult::Error;
-  if (::link(temp.c_str(), path.c_str()) == 0) {
+  if (port::Sys().link(temp.c_str(), path.c_str()) == 0) {
     result = CreateResult::Created;
   } else if (errno == EEXIST) {
     result = CreateResult::Exists;
   } else if (errno == EPERM || errno == EOPNOTSUPP || errno == ENOSYS) {
     // File systems without hard links: an exclusive rename does the same.
-    if (::renameat2(AT_FDCWD, temp.c_str(), AT_FDCWD, path.c_str(), RENAME_NOREPLACE) == 0) {
+    if (port::Sys().renameNoReplace(temp.c_str(), path.c_str()) == 0) {
       result = CreateResult::Created;
     } else if (errno == EEXIST) {
       result = CreateResult::Exists;
