@@ -70,7 +70,19 @@ bool MakeDirectories(const std::string& dir) {
     pos = dir.find('/', pos + 1);
     const std::string prefix = dir.substr(0, pos);
     if (prefix.empty()) continue;
-    if (port::Sys().mkdir(prefix.c_str(), 0700) == 0 || errno == EEXIST) continue;
+    if (port::Sys().mkdir(prefix.c_str(), 0700) == 0) {
+      // The new directory's name made durable: a key that outlives a power
+      // cut in a directory that does not would leave every password
+      // encrypted with it undecryptable.
+      const std::string::size_type slash = prefix.rfind('/');
+      const std::string parent = slash == 0 ? "/" : prefix.substr(0, slash);
+      if (int err = port::SyncDirectory(parent)) {
+        LogFailure("Cannot make durable the key directory", prefix, err);
+        return false;
+      }
+      continue;
+    }
+    if (errno == EEXIST) continue;
     // Some file systems report another error (EROFS, EACCES) for a directory
     // that exists already; that one is fine.
     const int err = errno;

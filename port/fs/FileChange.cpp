@@ -64,6 +64,10 @@ int FileChange::prepare() {
   if (m_record || !NeedsRecord()) return 0;
   auto record = std::make_unique<Temporary>();
   if (int rc = WriteRecord(m_dir, m_steps, *record)) return rc;
+  // The temporaries' names made durable before the record can be: a record
+  // that outlived a power cut while a temporary it names did not would be
+  // taken for a change half done, and the lost file for one already renamed.
+  if (int rc = SyncDirectory(m_dir)) return rc;
   m_record = std::move(record);
   return 0;
 }
