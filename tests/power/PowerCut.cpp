@@ -1,0 +1,403 @@
+#include "power/PowerCut.h"
+
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <random>
+#include <sstream>
+
+#include "port/crypto/CryptShim.h"
+#include "port/log/Log.h"
+#include "sitehlp/SitesHelper.h"
+#include "stress/Workload.h"
+#include "support/TestSupport.h"
+
+namespace powertest {
+
+namespace {
+
+using testsupport::ReadFile;
+using testsupport::Wide;
+
+// Length-prefixed fields of the children's reports.
+void Put(std::string& out, const std::string& field) { out += std::to_string(field.size()) + ":" + field; }
+void Put(std::string& out, long value) { Put(out, std::to_string(value)); }
+
+bool Take(const std::string& in, std::size_t& pos, std::string& field) {
+  const std::size_t colon = in.find(':', pos);
+  if (colon == std::string::npos) return false;
+  const std::size_t size = std::stoul(in.substr(pos, colon - pos));
+  if (in.size() - colon - 1 < size) return false;
+  field = in.substr(colon + 1, size);
+  pos = colon + 1 + size;
+  return true;
+}
+
+bool Take(const std::string& in, std::size_t& pos, long& value) {
+  std::string field;
+  if (!Take(in, pos, field)) return false;
+  value = std::stol(field);
+  return true;
+}
+
+void WriteReport(const std::string& path, const std::string& bytes) {
+  std::FILE* f = std::fopen(path.c_str(), "wb");
+  if (!f) _exit(90);
+  if (std::fwrite(bytes.data(), 1, bytes.size(), f) != bytes.size()) _exit(91);
+  if (std::fclose(f) != 0) _exit(92);
+}
+
+// Runs body in a forked child, which writes its report; true when the child
+// ended normally with 0.
+bool InChild(const std::function<int()>& body) {
+  std::fflush(nullptr);
+  const pid_t pid = fork();
+  if (pid == 0) _exit(body());
+  int status = 0;
+  if (pid < 0 || waitpid(pid, &status, 0) != pid) return false;
+  return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
+
+// The password a cipher text of the text form decrypts to.
+std::string Decrypt(const std::string& cipher) {
+  IEncryption* object = CryptShim::instance().create_encryption_object(ENCRYPTION_TEXT);
+  if (!object) return "<no key>";
+  AString clear;
+  const bool ok = object->decrypt(AString(cipher), clear);
+  CryptShim::instance().destroy_encryption_object(object);
+  return ok ? testsupport::Narrow(clear) : "<undecryptable>";
+}
+
+// The local version a writer stamps with the time of the write, when it is
+// given none, made the same in every document.
+std::string WithoutTimeStamp(const std::string& bytes) {
+  static const std::string marker = "LocalVersion=\"";
+  const std::string::size_type at = bytes.find(marker);
+  if (at == std::string::npos) return bytes;
+  const std::string::size_type end = bytes.find('"', at + marker.size());
+  if (end == std::string::npos) return bytes;
+  return bytes.substr(0, at + marker.size()) + "(time)" + bytes.substr(end);
+}
+
+// A document with every cipher text replaced by its password, and its
+// local version by "(time)".
+std::string Meaning(const std::string& document) {
+  const std::string bytes = WithoutTimeStamp(document);
+  static const std::string marker = "Encrypted=\"1\">";
+  std::string out;
+  std::string::size_type from = 0;
+  for (;;) {
+    const std::string::size_type at = bytes.find(marker, from);
+    if (at == std::string::npos) break;
+    const std::string::size_type start = at + marker.size();
+    const std::string::size_type end = bytes.find('<', start);
+    if (end == std::string::npos) break;
+    out.append(bytes, from, start - from);
+    if (end > start) out += "[" + Decrypt(bytes.substr(start, end - start)) + "]";
+    from = end;
+  }
+  out.append(bytes, from, std::string::npos);
+  return out;
+}
+
+std::vector<FileState> States(const Operation& op, const Layout& layout) {
+  std::vector<FileState> states;
+  for (const std::string& target : op.targets) {
+    const std::string path = layout.root + "/" + target;
+    FileState s;
+    struct stat st {};
+    if (lstat(path.c_str(), &st) == 0) {
+      s.bExists = true;
+      s.mode = st.st_mode & 07777;
+      s.uid = st.st_uid;
+      s.gid = st.st_gid;
+      const std::string bytes = ReadFile(path);
+      const bool document = target.size() > 4 && target.compare(target.size() - 4, 4, ".xml") == 0;
+      s.bParses = document && workload::DocumentParses(bytes);
+      s.meaning = document ? Meaning(bytes) : bytes;
+    }
+    states.push_back(s);
+  }
+  return states;
+}
+
+void PutStates(std::string& out, const std::vector<FileState>& states) {
+  Put(out, static_cast<long>(states.size()));
+  for (const FileState& s : states) {
+    Put(out, s.bExists);
+    Put(out, s.meaning);
+    Put(out, s.bParses);
+    Put(out, static_cast<long>(s.mode));
+    Put(out, static_cast<long>(s.uid));
+    Put(out, static_cast<long>(s.gid));
+  }
+}
+
+bool TakeStates(const std::string& in, std::size_t& pos, std::vector<FileState>& states) {
+  long count = 0;
+  if (!Take(in, pos, count)) return false;
+  states.assign(static_cast<std::size_t>(count), FileState());
+  for (FileState& s : states) {
+    long exists = 0, parses = 0, mode = 0, uid = 0, gid = 0;
+    if (!Take(in, pos, exists) || !Take(in, pos, s.meaning) || !Take(in, pos, parses) || !Take(in, pos, mode) ||
+        !Take(in, pos, uid) || !Take(in, pos, gid))
+      return false;
+    s.bExists = exists != 0;
+    s.bParses = parses != 0;
+    s.mode = static_cast<mode_t>(mode);
+    s.uid = static_cast<uid_t>(uid);
+    s.gid = static_cast<gid_t>(gid);
+  }
+  return true;
+}
+
+// Temporaries and change records in the directories of the targets.
+std::vector<std::string> Leftovers(const Operation& op, const Layout& layout) {
+  std::vector<std::string> found;
+  std::vector<std::string> dirs;
+  for (const std::string& target : op.targets) {
+    const std::string dir = std::filesystem::path(layout.root + "/" + target).parent_path().string();
+    if (std::find(dirs.begin(), dirs.end(), dir) == dirs.end()) dirs.push_back(dir);
+  }
+  for (const std::string& dir : dirs)
+    for (const std::string& name : testsupport::ListDir(dir))
+      if (name.find(".tmp.") != std::string::npos || name == ".pending-change") found.push_back(dir + "/" + name);
+  return found;
+}
+
+struct CutResult {
+  long rc = -999;
+  long calls = 0;
+  long powerLost = 0;
+  std::vector<Image> images;
+};
+
+// The operation on a disk holding before, with the power cut at call k (0:
+// never). The images: what the processes saw at the end (k = 0), or what the
+// cut left, first with nothing undurable, then random subsets.
+bool RunCut(const Operation& op, const Layout& layout, const Image& before, long k, int randomImages,
+            unsigned seed, const std::string& report, CutResult& result) {
+  const bool ended = InChild([&]() {
+    std::string out;
+    {
+      VolatileDisk disk(layout.root, before);
+      disk.trace(k == 0 && std::getenv("VLM_POWER_TRACE") != nullptr);
+      disk.install();
+      disk.cutAt(k);
+      const int rc = op.run(layout);
+      std::vector<Image> images;
+      if (k == 0) {
+        images.push_back(disk.visible());
+        images.push_back(disk.afterCut(nullptr));
+      } else {
+        images.push_back(disk.afterCut(nullptr));
+        for (int r = 0; r < randomImages; ++r) {
+          std::mt19937 rng(seed + static_cast<unsigned>(k) * 7919u + static_cast<unsigned>(r));
+          images.push_back(disk.afterCut(&rng));
+        }
+      }
+      Put(out, rc);
+      Put(out, disk.calls());
+      Put(out, disk.powerLost());
+      Put(out, static_cast<long>(images.size()));
+      for (const Image& image : images) Put(out, Serialize(image));
+    }
+    WriteReport(report, out);
+    return 0;
+  });
+  if (!ended) return false;
+  const std::string in = ReadFile(report);
+  std::size_t pos = 0;
+  long count = 0;
+  if (!Take(in, pos, result.rc) || !Take(in, pos, result.calls) || !Take(in, pos, result.powerLost) ||
+      !Take(in, pos, count))
+    return false;
+  result.images.assign(static_cast<std::size_t>(count), Image());
+  for (Image& image : result.images) {
+    std::string bytes;
+    if (!Take(in, pos, bytes) || !Deserialize(bytes, image)) return false;
+  }
+  return true;
+}
+
+// A reboot onto image: a fresh process reads the agent's list, looks at the
+// files, and runs the operation again.
+RebootState Reboot(const Operation& op, const Layout& layout, const Image& image, const std::string& report) {
+  WriteTree(layout.root, image);
+  RebootState state;
+  const bool ended = InChild([&]() {
+    std::string out;
+    {
+      sitehlp::CSitesHelper reader(Wide(layout.list()));
+      sitehlp::tag_Site* list = nullptr;
+      reader.ReadSiteList(Wide(layout.list()), &list);
+      reader.FreeSiteListMemory(list);
+      PutStates(out, States(op, layout));
+      Put(out, op.run(layout));
+      PutStates(out, States(op, layout));
+      const std::vector<std::string> leftovers = Leftovers(op, layout);
+      Put(out, static_cast<long>(leftovers.size()));
+      for (const std::string& name : leftovers) Put(out, name);
+    }
+    WriteReport(report, out);
+    return 0;
+  });
+  if (!ended) {
+    state.failure = "the rebooted process did not end normally";
+    return state;
+  }
+  const std::string in = ReadFile(report);
+  std::size_t pos = 0;
+  long next = 0, count = 0;
+  if (!TakeStates(in, pos, state.files) || !Take(in, pos, next) || !TakeStates(in, pos, state.filesAfterNext) ||
+      !Take(in, pos, count)) {
+    state.failure = "the rebooted process wrote no whole report";
+    return state;
+  }
+  state.nextRc = static_cast<int>(next);
+  state.leftovers.assign(static_cast<std::size_t>(count), std::string());
+  for (std::string& name : state.leftovers) Take(in, pos, name);
+  return state;
+}
+
+std::string Describe(const FileState& s) {
+  if (!s.bExists) return "absent";
+  std::ostringstream out;
+  out << std::oct << "mode " << s.mode << std::dec << ", owner " << s.uid << ":" << s.gid << ", "
+      << s.meaning.size() << " bytes" << (s.bParses ? ", parses" : "");
+  return out.str();
+}
+
+// Where the contents of two states part, with what each holds there.
+std::string Difference(const FileState& got, const FileState& want) {
+  const std::string& a = got.meaning;
+  const std::string& b = want.meaning;
+  std::size_t at = 0;
+  while (at < a.size() && at < b.size() && a[at] == b[at]) ++at;
+  if (at == a.size() && at == b.size()) return "";
+  const std::size_t from = at > 40 ? at - 40 : 0;
+  return " (differs at byte " + std::to_string(at) + ": \"" + a.substr(from, 100) + "\" instead of \"" +
+         b.substr(from, 100) + "\")";
+}
+
+// Checks one reboot against the states before and after the operation;
+// counts it. Returns the failures found, empty when it holds.
+std::string Judge(const Operation& op, const RebootState& oldRef, const RebootState& newRef, const RebootState& got,
+                  Figures& figures) {
+  if (!got.failure.empty()) return got.failure;
+  std::string failures;
+  bool allOld = true, allNew = true;
+  for (std::size_t i = 0; i < op.targets.size(); ++i) {
+    const bool isOld = got.files[i] == oldRef.files[i];
+    const bool isNew = got.files[i] == newRef.files[i];
+    if (!isOld && !isNew)
+      failures += op.targets[i] + " is neither old nor new (" + Describe(got.files[i]) + "; old " +
+                  Describe(oldRef.files[i]) + "; new " + Describe(newRef.files[i]) + "). ";
+    allOld = allOld && isOld;
+    allNew = allNew && isNew;
+  }
+  if (allNew)
+    ++figures.allNew;
+  else if (allOld)
+    ++figures.allOld;
+  else
+    ++figures.mixed;
+  if (op.bTogether && !allOld && !allNew) failures += "the files of one change are part old, part new. ";
+  if (got.nextRc != 0) failures += "the next write gave " + std::to_string(got.nextRc) + ". ";
+  for (std::size_t i = 0; i < op.targets.size(); ++i)
+    if (!(got.filesAfterNext[i] == newRef.filesAfterNext[i]))
+      failures += op.targets[i] + " after the next write is " + Describe(got.filesAfterNext[i]) + Difference(got.filesAfterNext[i], newRef.filesAfterNext[i]) + ". ";
+  for (const std::string& name : got.leftovers) failures += "left behind: " + name + ". ";
+  return failures;
+}
+
+}  // namespace
+
+Figures CutEverywhere(const Operation& op, int randomImagesPerCut, unsigned seed) {
+  Figures figures;
+  workload::CountingNullSink sink;
+  port::LogSink* previous = port::SetLogSink(&sink);
+  {
+    workload::DataDir dir;
+    testsupport::TempDir reports;
+    const Layout layout{dir.root()};
+    const std::string report = reports.file("report");
+
+    if (!InChild([&]() { return op.setup(layout) ? 0 : 1; })) {
+      ADD_FAILURE() << op.name << ": the state before could not be set up";
+      port::SetLogSink(previous);
+      return figures;
+    }
+    const Image before = ReadTree(layout.root);
+    CutResult full;
+    if (!RunCut(op, layout, before, 0, 0, seed, report, full) || full.rc != 0 || full.images.size() != 2) {
+      ADD_FAILURE() << op.name << ": the operation without a cut gave " << full.rc;
+      port::SetLogSink(previous);
+      return figures;
+    }
+    const Image after = full.images.front();
+    const RebootState oldRef = Reboot(op, layout, before, report);
+    const RebootState newRef = Reboot(op, layout, after, report);
+    EXPECT_EQ("", oldRef.failure + newRef.failure);
+    EXPECT_EQ(0, newRef.nextRc);
+    // The operation changes every file it names, and doing it twice changes
+    // nothing more; from the old state it gives what it gave the first time.
+    for (std::size_t i = 0; i < op.targets.size() && oldRef.failure.empty() && newRef.failure.empty(); ++i) {
+      EXPECT_FALSE(oldRef.files[i] == newRef.files[i]) << op.targets[i] << " is not changed by " << op.name;
+      EXPECT_TRUE(newRef.files[i] == newRef.filesAfterNext[i]) << op.targets[i];
+      EXPECT_TRUE(oldRef.filesAfterNext[i] == newRef.filesAfterNext[i]) << op.targets[i];
+      if (newRef.files[i].bExists && op.targets[i].find(".xml") != std::string::npos) {
+        EXPECT_TRUE(newRef.files[i].bParses) << op.targets[i];
+      }
+    }
+    if (::testing::Test::HasFailure()) {
+      port::SetLogSink(previous);
+      return figures;
+    }
+
+    // A power cut right after the operation returned success: what it wrote
+    // is durable.
+    {
+      Figures atEnd;
+      const std::string failures = Judge(op, oldRef, newRef, Reboot(op, layout, full.images[1], report), atEnd);
+      EXPECT_EQ("", failures) << op.name << ", power cut after it returned success";
+      EXPECT_EQ(1, atEnd.allNew) << op.name << ", power cut after it returned success";
+    }
+
+    figures.cutPoints = full.calls;
+    int reported = 0;
+    for (long k = 1; k <= full.calls; ++k) {
+      CutResult cut;
+      if (!RunCut(op, layout, before, k, randomImagesPerCut, seed, report, cut) || cut.powerLost != 1) {
+        ADD_FAILURE() << op.name << ": the run cut at call " << k << " did not end as cut";
+        ++figures.failures;
+        continue;
+      }
+      for (std::size_t j = 0; j < cut.images.size(); ++j) {
+        ++figures.images;
+        const RebootState got = Reboot(op, layout, cut.images[j], report);
+        const std::string failures = Judge(op, oldRef, newRef, got, figures);
+        if (failures.empty()) continue;
+        ++figures.failures;
+        if (++reported <= 10)
+          ADD_FAILURE() << op.name << ", power cut at call " << k << " of " << full.calls << ", "
+                        << (j == 0 ? std::string("nothing undurable kept") : "random subset " + std::to_string(j))
+                        << ": " << failures;
+      }
+    }
+  }
+  port::SetLogSink(previous);
+  std::printf("power: %s: %ld cut points, %ld reboots: %ld all old, %ld all new, %ld mixed; %ld failed\n",
+              op.name.c_str(), figures.cutPoints, figures.images, figures.allOld, figures.allNew, figures.mixed,
+              figures.failures);
+  return figures;
+}
+
+}  // namespace powertest
