@@ -19,46 +19,10 @@
 #include <string>
 #include <vector>
 
+#include "power/Outcome.h"
 #include "power/VolatileDisk.h"
 
 namespace powertest {
-
-// The agent's tree under one root, with the configuration pointed into it.
-struct Layout {
-  std::string root;
-  std::string data() const { return root + "/data"; }
-  std::string etc() const { return root + "/data/etc"; }
-  std::string list() const { return root + "/data/etc/SiteList.xml"; }
-  std::string source(int variant) const { return root + "/source" + std::to_string(variant); }
-};
-
-struct Operation {
-  std::string name;
-  // Prepares the state before the operation, on the real disk.
-  std::function<bool(const Layout&)> setup;
-  // The operation: 0 when it succeeded.
-  std::function<int(const Layout&)> run;
-  // The files it writes, relative to the root.
-  std::vector<std::string> targets;
-  // True when the files must all be old or all new (one change).
-  bool bTogether = false;
-};
-
-// What a fresh process finds of one file.
-struct FileState {
-  bool bExists = false;
-  // The bytes; in a document the cipher text of each password is replaced by
-  // the password it decrypts to.
-  std::string meaning;
-  bool bParses = false;
-  mode_t mode = 0;
-  uid_t uid = 0;
-  gid_t gid = 0;
-  bool operator==(const FileState& o) const {
-    return bExists == o.bExists && meaning == o.meaning && bParses == o.bParses && mode == o.mode && uid == o.uid &&
-           gid == o.gid;
-  }
-};
 
 // What a fresh process finds after a reboot: the files after the next
 // reader, the result of the operation run again, the files after it, and the
