@@ -154,7 +154,7 @@ std::vector<Operation> WritingOperations() {
     op.setup = BaseSetup;
     op.run = [](const Layout& layout) {
       const std::string text = ReadThroughPort(layout.source(1) + "/SiteList.xml");
-      if (text.empty()) return -2;
+      if (text.empty()) return kSourceUnread;
       AnObjectBuffer<unsigned char> buffer(reinterpret_cast<const unsigned char*>(text.data()), text.size());
       CSitesHelper helper;
       return helper.CreateServerSiteList(buffer, false) ? 0 : -1;
@@ -186,9 +186,10 @@ std::vector<Operation> WritingOperations() {
       return chown(target.c_str(), testsupport::kOtherUser, testsupport::kOtherGroup) == 0;
     };
     op.run = [](const Layout& layout) {
-      const std::string text = ReadThroughPort(layout.source(1) + "/SiteList.xml");
-      if (text.empty()) return -2;
+      // The helper first: its construction's calls come first in the sequence.
       CSitesHelper helper;
+      const std::string text = ReadThroughPort(layout.source(1) + "/SiteList.xml");
+      if (text.empty()) return kSourceUnread;
       return helper.CreateSiteListFromBuffer(Wide(text));
     };
     op.targets = {kStandardList};
@@ -205,7 +206,7 @@ std::vector<Operation> WritingOperations() {
     };
     op.run = [](const Layout& layout) {
       const std::string list = ReadThroughPort(layout.source(1) + "/SiteList.xml");
-      if (list.empty()) return -2;
+      if (list.empty()) return kSourceUnread;
       std::vector<sitehlp::SiteFile> files(4);
       files[0].path = Wide(layout.list());
       files[0].contents.assign(reinterpret_cast<const unsigned char*>(list.data()), list.size());

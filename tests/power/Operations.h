@@ -11,6 +11,10 @@
 
 namespace powertest {
 
+// What an operation answers when the test's own read of its input (through
+// the port layer, and so under the faults of the test) failed.
+constexpr int kSourceUnread = -1000;
+
 std::vector<Operation> WritingOperations();
 // The operation of that name; one with an empty name when there is none.
 Operation WritingOperation(const std::string& name);
