@@ -14,7 +14,7 @@ namespace sitehlp {
 int CSitesHelper::GetCaCertificates(const std::wstring& siteListPath, std::vector<std::wstring>& certificates) {
   ADetailTrace trace(c_component, L"Getting Certificates");
   const std::wstring& path = siteListPath.empty() ? m_siteListPath : siteListPath;
-  if (!SiteListFileExists(path)) return c_fileMissing;
+  if (!SiteListFileExists(path)) return MissingFileResult();
   // UTF-8 straight into the parser: no wide copy of the file.
   AdvXMLParser::Utf8Text text;
   if (!ReadSiteListUtf8(path, text)) return c_fileUnreadable;

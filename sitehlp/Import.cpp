@@ -60,9 +60,13 @@ int CSitesHelper::InternalImportSiteList(const std::wstring& sourcePath, tag_Sit
   logDetail(c_component, L"Import sitelist from " + sourcePath + L" to " + m_siteListPath);
   logDetail(c_component, L"Original local version of " + sourcePath + L" is " + localVersion);
 
-  // A source without a CA bundle imports with none.
+  // A source without a CA bundle imports with none; one whose bundle cannot
+  // be read is not imported without it.
   std::vector<std::wstring> certificates;
-  GetCaCertificates(sourcePath, certificates);
+  if (const int read = GetCaCertificates(sourcePath, certificates); read < 0) {
+    logError(c_component, L"Get certificates failed" + Hr(read));
+    return read;
+  }
 
   // The key files and the list are one change: an agent never has keys that
   // do not belong to its list, whatever is interrupted, and two imports at

@@ -5,6 +5,8 @@
 // are placed, or none; an import adds its site list to the same change.
 #include <string>
 
+#include <errno.h>
+
 #include "port/fs/AFile.h"
 #include "port/log/Log.h"
 #include "sitehlp/Component.h"
@@ -72,14 +74,27 @@ bool StageKeySet(SiteListChange& change, const KeySet& keys) {
 
 bool CSitesHelper::readKeyFile(const AString& dir, const AString& fileName, ABuffer& contents) {
   const AString path = joinPath(dir, fileName);
-  if (!AFile::read(path, contents)) return false;
+  if (!AFile::read(path, contents)) {
+    if (errno == 0 || errno == EINVAL) errno = EIO;
+    return false;
+  }
   if (contents.empty()) {
     logError(c_component, path + L" is invalid");
     logInfo(c_component, L"There could be another set of key files to be used.");
+    errno = EINVAL;
     return false;
   }
   return true;
 }
+
+namespace {
+
+// After readKeyFile failed: true when the file is there but could not be
+// read (not missing, not empty). Such a key set must not be taken for an
+// incomplete one and silently left out.
+bool KeyFileUnreadable() { return errno != ENOENT && errno != ENOTDIR && errno != EINVAL; }
+
+}  // namespace
 
 bool CSitesHelper::readKeyFiles(const std::wstring& sourcePath, tag_Site* pSiteList, const std::wstring& keyDir,
                                 ABuffer& srPubKey, ABuffer& reqSecKey, ABuffer& sr2048PubKey,
@@ -92,10 +107,16 @@ bool CSitesHelper::readKeyFiles(const std::wstring& sourcePath, tag_Site* pSiteL
     if (readKeyFile(dir, c_sr2048PubKey, sr2048PubKey) && readKeyFile(dir, c_req2048SecKey, req2048SecKey)) {
       hasSr2048PubKey = true;
       hasReq2048SecKey = true;
+    } else if (KeyFileUnreadable()) {
+      logError(c_component, L"Cannot read the key files of " + dir);
+      return false;
     }
     if (readKeyFile(dir, c_srPubKey, srPubKey) && readKeyFile(dir, c_reqSecKey, reqSecKey)) {
       hasSrPubKey = true;
       hasReqSecKey = true;
+    } else if (KeyFileUnreadable()) {
+      logError(c_component, L"Cannot read the key files of " + dir);
+      return false;
     }
     return hasSrPubKey || hasReqSecKey || hasSr2048PubKey || hasReq2048SecKey;
   }

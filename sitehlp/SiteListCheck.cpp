@@ -25,7 +25,7 @@ int CSitesHelper::CheckSiteListDocument(const std::wstring& path, tag_DocumentCh
   check = tag_DocumentCheck();
   check.szPath = path.empty() ? m_siteListPath : path;
   if (check.szPath.empty()) return -2;
-  if (!SiteListFileExists(check.szPath)) return -4;
+  if (!SiteListFileExists(check.szPath)) return MissingFileResult();
 
   AdvXMLParser::Utf8Text text;
   std::string why;

@@ -14,6 +14,8 @@ namespace sitehlp {
 
 bool SiteListFileExists(const std::wstring& path) { return AFile::exists(path); }
 
+int MissingFileResult() { return errno == ENOENT || errno == ENOTDIR ? c_fileMissing : c_fileUnreadable; }
+
 bool ReadSiteListUtf8(const std::wstring& path, AdvXMLParser::Utf8Text& text, std::string* why) {
   InterProcessReadLock lock(c_siteListLock);
   if (!LockOrLog(lock)) {

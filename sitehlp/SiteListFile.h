@@ -12,6 +12,11 @@ namespace sitehlp {
 
 // True when path names an existing file (a symbolic link is followed).
 bool SiteListFileExists(const std::wstring& path);
+// Right after SiteListFileExists answered false: c_fileMissing when there
+// is no file, c_fileUnreadable when the question itself failed (an I/O
+// error, a denied search): a file that may exist is never taken for a
+// missing one.
+int MissingFileResult();
 
 // Reads the whole file as UTF-8 (decoded from any Unicode encoding) for
 // Parser::Parse(Utf8Text&), under the shared "SiteListLock", released as soon

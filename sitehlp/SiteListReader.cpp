@@ -130,7 +130,7 @@ int CSitesHelper::ReadSiteList(const std::wstring& path, tag_Site** ppSiteList) 
   if (!ppSiteList) return c_missingArgument;
   m_currentPath = path.empty() ? m_siteListPath : path;
   if (m_currentPath.empty()) return c_missingArgument;
-  if (!SiteListFileExists(m_currentPath)) return c_fileMissing;
+  if (!SiteListFileExists(m_currentPath)) return MissingFileResult();
 
   // The file's UTF-8 is parsed in place: no wide copy of it is made, which
   // saves two passes over the text and keeps the peak memory of a read at

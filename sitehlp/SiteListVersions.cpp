@@ -34,7 +34,7 @@ int CSitesHelper::GetSitelistVersions(const std::wstring& siteListPath, std::wst
                                       std::wstring& localVersion, std::wstring& siteListType) {
   ADetailTrace trace(c_component, L"Getting Sitelist versions");
   const std::wstring& path = siteListPath.empty() ? m_siteListPath : siteListPath;
-  if (!SiteListFileExists(path)) return c_fileMissing;
+  if (!SiteListFileExists(path)) return MissingFileResult();
   globalVersion.clear();
   localVersion.clear();
   boost::scoped_ptr<AdvXMLParser::Document> document(LoadRootDocument(path));
@@ -57,7 +57,7 @@ int CSitesHelper::GetGlobalSitelistVersion(std::wstring& globalVersion) {
 int CSitesHelper::GetSitelistFipsMode(const std::wstring& siteListPath, std::wstring& fipsMode) {
   ADetailTrace trace(c_component, L"Getting Sitelist fips mode");
   const std::wstring& path = siteListPath.empty() ? m_siteListPath : siteListPath;
-  if (!SiteListFileExists(path)) return c_fileMissing;
+  if (!SiteListFileExists(path)) return MissingFileResult();
   boost::scoped_ptr<AdvXMLParser::Document> document(LoadRootDocument(path));
   if (!document) return c_generalFailure;
   const AdvXMLParser::Element root = document->GetRoot();

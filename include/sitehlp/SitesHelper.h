@@ -269,7 +269,8 @@ class VLM_EXPORT CSitesHelper {
   // ---- Reading ----------------------------------------------------------------
   // Reads path (empty: the helper's own list) into a new list owned by the
   // caller. 0, or -1 when the last site element gave no body; -2 no path,
-  // -4 missing, -10 unreadable, -5 malformed, or a parser read/write code.
+  // -4 missing, -10 unreadable (also when whether it exists cannot be told),
+  // -5 malformed, or a parser read/write code.
   int ReadSiteList(const std::wstring& path, tag_Site** ppSiteList);
   // Builds one site body in a new calloc block (caller frees). 0, or -1 and
   // *ppBody NULL for an element that is no site.
@@ -381,6 +382,8 @@ class VLM_EXPORT CSitesHelper {
   int SourceSiteListCheck(tag_Site* pSiteList, bool bManaged);
   // 1 when sourcePath reads and passes the checks, else 0.
   int ValidateSiteListForInstall(const std::wstring& sourcePath, bool bManaged);
+  // False with errno ENOENT when the key file is missing, EINVAL when it is
+  // empty, another errno when it could not be read.
   bool readKeyFile(const AString& dir, const AString& fileName, ABuffer& contents);
   bool readKeyFiles(const std::wstring& sourcePath, tag_Site* pSiteList, const std::wstring& keyDir,
                     ABuffer& srPubKey, ABuffer& reqSecKey, ABuffer& sr2048PubKey, ABuffer& req2048SecKey,

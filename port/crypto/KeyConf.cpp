@@ -70,7 +70,19 @@ bool MakeDirectories(const std::string& dir) {
     pos = dir.find('/', pos + 1);
     const std::string prefix = dir.substr(0, pos);
     if (prefix.empty()) continue;
-    if (port::Sys().mkdir(prefix.c_str(), 0700) == 0 || errno == EEXIST) continue;
+    if (port::Sys().mkdir(prefix.c_str(), 0700) == 0) {
+      // The new directory's name made durable: a key that outlives a power
+      // cut in a directory that does not would leave every password
+      // encrypted with it undecryptable.
+      const std::string::size_type slash = prefix.rfind('/');
+      const std::string parent = slash == 0 ? "/" : prefix.substr(0, slash);
+      if (int err = port::SyncDirectory(parent)) {
+        LogFailure("Cannot make durable the key directory", prefix, err);
+        return false;
+      }
+      continue;
+    }
+    if (errno == EEXIST) continue;
     // Some file systems report another error (EROFS, EACCES) for a directory
     // that exists already; that one is fine.
     const int err = errno;
@@ -197,13 +209,13 @@ CreateResult CreateKeyFile(const std::string& dir, const std::string& path, int 
   }
 
   CreateResult result = CreateResult::Error;
-  if (::link(temp.c_str(), path.c_str()) == 0) {
+  if (port::Sys().link(temp.c_str(), path.c_str()) == 0) {
     result = CreateResult::Created;
   } else if (errno == EEXIST) {
     result = CreateResult::Exists;
   } else if (errno == EPERM || errno == EOPNOTSUPP || errno == ENOSYS) {
     // File systems without hard links: an exclusive rename does the same.
-    if (::renameat2(AT_FDCWD, temp.c_str(), AT_FDCWD, path.c_str(), RENAME_NOREPLACE) == 0) {
+    if (port::Sys().renameNoReplace(temp.c_str(), path.c_str()) == 0) {
       result = CreateResult::Created;
     } else if (errno == EEXIST) {
       result = CreateResult::Exists;

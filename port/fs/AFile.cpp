@@ -8,6 +8,7 @@
 
 #include "port/fs/SafeWrite.h"
 #include "port/fs/SysCalls.h"
+#include "port/fs/Temporary.h"
 #include "port/fs/WholeFile.h"
 
 namespace {
@@ -112,7 +113,17 @@ bool AFiler::createDirectories(const AString& dir) {
     pos = path.find('/', pos + 1);
     const std::string prefix = path.substr(0, pos);
     if (prefix.empty() || prefix.back() == '/') continue;
-    if (port::Sys().mkdir(prefix.c_str(), 0755) == 0) continue;
+    if (port::Sys().mkdir(prefix.c_str(), 0755) == 0) {
+      // Durable before anything is written into it.
+      std::string parent;
+      std::string name;
+      port::SplitTarget(prefix, parent, name);
+      if (int err = port::SyncDirectory(parent)) {
+        errno = err;
+        return false;
+      }
+      continue;
+    }
     if (errno != EEXIST) return false;
     if (port::Sys().stat(prefix.c_str(), &st) != 0) return false;
     if (!S_ISDIR(st.st_mode)) {

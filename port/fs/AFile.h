@@ -42,7 +42,8 @@ class AFile {
 
 class AFiler {
  public:
-  // Creates dir and its missing parents; true when it exists afterwards.
+  // Creates dir and its missing parents, each new one made durable (its
+  // parent fsynced); true when it exists afterwards.
   static bool createDirectories(const AString& dir);
 };
 

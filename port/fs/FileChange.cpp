@@ -64,6 +64,10 @@ int FileChange::prepare() {
   if (m_record || !NeedsRecord()) return 0;
   auto record = std::make_unique<Temporary>();
   if (int rc = WriteRecord(m_dir, m_steps, *record)) return rc;
+  // The temporaries' names made durable before the record can be: a record
+  // that outlived a power cut while a temporary it names did not would be
+  // taken for a change half done, and the lost file for one already renamed.
+  if (int rc = SyncDirectory(m_dir)) return rc;
   m_record = std::move(record);
   return 0;
 }
@@ -124,12 +128,13 @@ int FileChange::commit() {
 int FileChange::commitWithRecord() {
   // Step (b), second half: the record under its name, made durable.
   if (int rc = m_record->renameOver(m_dir + "/" + kChangeRecordName)) return rc;
-  // From the rename on, the change is decided, even if the sync fails.
+  // From the rename on, the change is decided, even if the sync fails, and
+  // the temporaries belong to the record: the renames below, or the next
+  // FinishInterruptedChange, move them. Removed here, they would be taken
+  // for renamed ones and the change completed without them.
   m_bDecided = true;
-  if (int rc = SyncDirectory(m_dir)) return rc;
-  // From here on the temporaries belong to the record: the renames below, or
-  // the next FinishInterruptedChange, move them.
   for (auto& temporary : m_temporaries) temporary->release();
+  if (int rc = SyncDirectory(m_dir)) return rc;
   int rc = ApplySteps(m_dir, m_steps);
   if (rc == 0) rc = RemoveRecord(m_dir);
   return rc;

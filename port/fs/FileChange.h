@@ -5,6 +5,9 @@
 //   1. stage: every new content is written to a temporary beside its target,
 //      with the target's owner, group and mode (Temporary.h), and fsynced.
 //      The temporaries stay locked. Nothing the readers see has changed.
+//      prepare writes the record to a temporary of its own and fsyncs the
+//      directory: every temporary is durable under its name before a record
+//      naming it can be.
 //   2. commit, under the caller's exclusive lock of the directory's files:
 //      a. a change of the directory that was interrupted is finished first;
 //      b. the record naming every step, written to its own temporary and

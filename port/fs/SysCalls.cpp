@@ -25,10 +25,19 @@ int RealUnlink(const char* path) { return ::unlink(path); }
 int RealMkdir(const char* path, mode_t mode) { return ::mkdir(path, mode); }
 int RealAccess(const char* path, int mode) { return ::access(path, mode); }
 int RealFcntlLock(int fd, int cmd, struct flock* lock) { return ::fcntl(fd, cmd, lock); }
+DIR* RealOpendir(const char* path) { return ::opendir(path); }
+struct dirent* RealReaddir(DIR* dir) { return ::readdir(dir); }
+int RealClosedir(DIR* dir) { return ::closedir(dir); }
+int RealLink(const char* from, const char* to) { return ::link(from, to); }
+int RealRenameNoReplace(const char* from, const char* to) {
+  return ::renameat2(AT_FDCWD, from, AT_FDCWD, to, RENAME_NOREPLACE);
+}
+ssize_t RealGetrandom(void* buf, size_t n, unsigned flags) { return ::getrandom(buf, n, flags); }
 
 const SysCalls kReal = {
     RealOpen,   RealClose,  RealRead,   RealWrite, RealFsync,  RealFstat,  RealStat,     RealLstat,
     RealFchmod, RealFchown, RealRename, RealUnlink, RealMkdir, RealAccess, RealFcntlLock,
+    RealOpendir, RealReaddir, RealClosedir, RealLink, RealRenameNoReplace, RealGetrandom,
 };
 
 }  // namespace

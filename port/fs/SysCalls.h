@@ -7,8 +7,10 @@
 #ifndef VLM_PORT_FS_SYSCALLS_H
 #define VLM_PORT_FS_SYSCALLS_H
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <unistd.h>
+#include <sys/random.h>
 #include <sys/stat.h>
 #include <sys/types.h>
 
@@ -31,6 +33,15 @@ struct SysCalls {
   int (*access)(const char* path, int mode);
   // fcntl with a struct flock argument (F_OFD_SETLK, F_OFD_SETLKW).
   int (*fcntlLock)(int fd, int cmd, struct flock* lock);
+  // Directory listing: a test double may hand out a DIR* of its own making,
+  // so callers only pass it back to readdir and closedir.
+  DIR* (*opendir)(const char* path);
+  struct dirent* (*readdir)(DIR* dir);
+  int (*closedir)(DIR* dir);
+  int (*link)(const char* from, const char* to);
+  // rename that fails with EEXIST instead of replacing to.
+  int (*renameNoReplace)(const char* from, const char* to);
+  ssize_t (*getrandom)(void* buf, size_t n, unsigned flags);
 };
 
 // The table in use.

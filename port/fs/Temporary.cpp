@@ -2,7 +2,6 @@
 
 #include <dirent.h>
 #include <errno.h>
-#include <sys/random.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -30,7 +29,7 @@ std::string RandomSuffix() {
   static const char kChars[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789";
   static std::atomic<std::uint64_t> counter{0};
   std::uint64_t bits = 0;
-  if (getrandom(&bits, sizeof bits, GRND_NONBLOCK) != static_cast<ssize_t>(sizeof bits)) {
+  if (Sys().getrandom(&bits, sizeof bits, GRND_NONBLOCK) != static_cast<ssize_t>(sizeof bits)) {
     timespec ts{};
     clock_gettime(CLOCK_MONOTONIC, &ts);
     bits = Mix(static_cast<std::uint64_t>(ts.tv_nsec) ^ (static_cast<std::uint64_t>(ts.tv_sec) << 32) ^
@@ -205,14 +204,14 @@ std::string Temporary::name() const {
 }
 
 void SweepTemporaries(const std::string& dir, const std::string& name) {
-  DIR* d = opendir(dir.c_str());
+  DIR* d = Sys().opendir(dir.c_str());
   if (!d) return;
   const std::string prefix = TemporaryPrefix(name);
-  while (const dirent* entry = readdir(d)) {
+  while (const dirent* entry = Sys().readdir(d)) {
     const std::string entryName(entry->d_name);
     if (entryName.size() > prefix.size() && entryName.compare(0, prefix.size(), prefix) == 0) SweepOne(dir, entryName);
   }
-  closedir(d);
+  Sys().closedir(d);
 }
 
 }  // namespace port

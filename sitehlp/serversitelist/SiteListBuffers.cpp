@@ -70,11 +70,13 @@ int CSitesHelper::CreateSiteListFromBuffer(const std::wstring& text) {
       for (AdvXMLParser::Element child : bundle.Children())
         if (child.HasName(ZEL_XML_CACERTIFICATE)) certificates.push_back(child.GetValue());
     } else {
-      // No bundle in the text: the installed certificates are kept.
-      GetCaCertificates(L"", certificates);
+      // No bundle in the text: the installed certificates are kept (none
+      // when there is no installed list; never lost to a read that failed).
+      const int installed = GetCaCertificates(L"", certificates);
+      if (installed < 0 && installed != c_fileMissing) result = installed;
     }
 
-    result = ReadSiteListRoot(root, &sites);
+    if (result == c_success) result = ReadSiteListRoot(root, &sites);
   } catch (...) {
     result = CaughtExceptionResult();
   }
