@@ -15,6 +15,7 @@ int RealClose(int fd) { return ::close(fd); }
 ssize_t RealRead(int fd, void* buf, size_t n) { return ::read(fd, buf, n); }
 ssize_t RealWrite(int fd, const void* buf, size_t n) { return ::write(fd, buf, n); }
 int RealFsync(int fd) { return ::fsync(fd); }
+int RealFdatasync(int fd) { return ::fdatasync(fd); }
 int RealFstat(int fd, struct stat* st) { return ::fstat(fd, st); }
 int RealStat(const char* path, struct stat* st) { return ::stat(path, st); }
 int RealLstat(const char* path, struct stat* st) { return ::lstat(path, st); }
@@ -27,8 +28,9 @@ int RealAccess(const char* path, int mode) { return ::access(path, mode); }
 int RealFcntlLock(int fd, int cmd, struct flock* lock) { return ::fcntl(fd, cmd, lock); }
 
 const SysCalls kReal = {
-    RealOpen,   RealClose,  RealRead,   RealWrite, RealFsync,  RealFstat,  RealStat,     RealLstat,
-    RealFchmod, RealFchown, RealRename, RealUnlink, RealMkdir, RealAccess, RealFcntlLock,
+    RealOpen,  RealClose,  RealRead,   RealWrite,  RealFsync, RealFdatasync, RealFstat,
+    RealStat,  RealLstat,  RealFchmod, RealFchown, RealRename, RealUnlink,   RealMkdir,
+    RealAccess, RealFcntlLock,
 };
 
 }  // namespace
