@@ -205,7 +205,7 @@ def fresh_rows(path):
           f"{helper['main_us'] / floor['main_us']:.2f} (in main)")
     print(f"loading the libraries: {fmt(d['library_libraries']['wall_us'] - d['empty']['wall_us'])} for the shared "
           f"library and its dependencies, {fmt(d['floor_libraries']['wall_us'] - d['empty']['wall_us'])} for the "
-          f"floor's; in the floor's main: OpenSSL initialisation {fmt(floor['openssl_init_us'])}, key "
+          f"floor's; in the floor's main: OpenSSL initialisation {fmt(floor['openssl_init_us'])}, key file and cipher set-up (provider fetch, keying) "
           f"{fmt(floor['key_us'])}, reading and checking {fmt(floor['read_check_us'])}, parsing and decrypting "
           f"{fmt(floor['parse_decrypt_us'])}; the helper's second read in the same process "
           f"{fmt(helper['second_read_us'])} (the rest of its first read is one-time work: OpenSSL, key, lock files)")
