@@ -103,6 +103,8 @@ int main(int argc, char** argv) {
     head = next;
   }
   const double done = NowUs();
+  const char* spawned = std::getenv("VLM_FRESH_SPAWN_NS");
+  std::printf("to_main_us=%.1f end_us=%.1f ", spawned ? start - std::atof(spawned) / 1e3 : 0.0, done);
   std::printf("main_us=%.1f openssl_init_us=%.1f key_us=%.1f read_check_us=%.1f parse_decrypt_us=%.1f sites=%zu "
               "passwords=%zu\n",
               done - start, init - start, key - init, check - key, done - check, sites, opened);

@@ -202,13 +202,17 @@ def fresh_rows(path):
     for label, r, in_main in rows:
         print(f"| {label} | {fmt(r['wall_us'])} | {fmt(in_main)} |")
     print(f"\nratio helper / floor: {helper['wall_us'] / floor['wall_us']:.2f} (wall), "
-          f"{helper['main_us'] / floor['main_us']:.2f} (in main)")
-    print(f"loading the libraries: {fmt(d['library_libraries']['wall_us'] - d['empty']['wall_us'])} for the shared "
-          f"library and its dependencies, {fmt(d['floor_libraries']['wall_us'] - d['empty']['wall_us'])} for the "
-          f"floor's; in the floor's main: OpenSSL initialisation {fmt(floor['openssl_init_us'])}, key file and cipher set-up (provider fetch, keying) "
-          f"{fmt(floor['key_us'])}, reading and checking {fmt(floor['read_check_us'])}, parsing and decrypting "
-          f"{fmt(floor['parse_decrypt_us'])}; the helper's second read in the same process "
-          f"{fmt(helper['second_read_us'])} (the rest of its first read is one-time work: OpenSSL, key, lock files)")
+          f"{helper['main_us'] / floor['main_us']:.2f} (in main)\n")
+    print("| where the time goes | floor | helper |")
+    print("|---|---:|---:|")
+    print(f"| spawn to main (loading and relocating the libraries, static constructors) | "
+          f"{fmt(floor['to_main_us'])} | {fmt(helper['to_main_us'])} |")
+    print(f"| main | {fmt(floor['main_us'])} | {fmt(helper['main_us'])} |")
+    print(f"| end of main to exit seen (exit handlers, destructors, unmapping) | "
+          f"{fmt(floor['after_main_us'])} | {fmt(helper['after_main_us'])} |")
+    print(f"\nthe floor's main: OpenSSL initialisation {fmt(floor['openssl_init_us'])}, key file and cipher set-up "
+          f"(provider fetch, keying) {fmt(floor['key_us'])}, reading and checking {fmt(floor['read_check_us'])}, "
+          f"parsing and decrypting {fmt(floor['parse_decrypt_us'])}")
 
 
 def draw(chart, path):
