@@ -231,7 +231,7 @@ def draw(chart, path):
     for i, (_, _, target, _) in enumerate(chart):
         ax.hlines(target, i - 0.45, i + 0.45, colors="black", linestyles="dashed",
                   label="target" if i == 0 else None)
-    labels = [label.replace(", against", "\nagainst").replace(" plus", "\nplus") for label, _, _, _ in chart]
+    labels = [label.replace(", ", ",\n").replace(" plus", "\nplus") for label, _, _, _ in chart]
     ax.set_xticks(range(len(chart)))
     ax.set_xticklabels(labels, fontsize=7)
     ax.set_ylabel("time / floor")
