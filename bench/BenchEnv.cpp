@@ -95,12 +95,18 @@ const SizeData& BenchEnv::Size(unsigned int n) {
   data->fileSize = static_cast<std::size_t>(st.st_size);
 
   {
-    std::string text = ReadAll(data->listPath);
+    // One pass: erasing in place moved the rest of a 3 MB text per password.
+    const std::string original = ReadAll(data->listPath);
     const std::string marker = "Encrypted=\"1\">";
-    for (std::string::size_type at = text.find(marker); at != std::string::npos; at = text.find(marker, at)) {
+    std::string text;
+    text.reserve(original.size());
+    std::string::size_type from = 0;
+    for (std::string::size_type at = original.find(marker); at != std::string::npos; at = original.find(marker, at)) {
       at += marker.size();
-      text.erase(at, text.find('<', at) - at);
+      text.append(original, from, at - from);
+      from = at = original.find('<', at);
     }
+    text.append(original, from, std::string::npos);
     data->clearPath = data->dir + "/SiteList-no-passwords.xml";
     data->wclearPath = Wide(data->clearPath);
     std::ofstream(data->clearPath, std::ios::binary) << text;

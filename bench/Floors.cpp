@@ -12,6 +12,8 @@
 
 #include <pugixml.hpp>
 
+#include "FloorCipher.h"
+#include "port/config/IConfiguration.h"
 #include "port/fs/SysCalls.h"
 
 namespace vlmbench {
@@ -23,12 +25,31 @@ using sitehlp::tag_Site;
 // Sink for walked values, so the compiler cannot drop the walk.
 volatile std::size_t g_sink = 0;
 
-void Walk(const pugi::xml_node& node, std::size_t& acc) {
+bool EndsWith(const char* s, const char* suffix) {
+  const std::size_t n = std::strlen(s);
+  const std::size_t m = std::strlen(suffix);
+  return n >= m && std::memcmp(s + n - m, suffix, m) == 0;
+}
+
+// Opens the ciphertext of a password element into a wide buffer the size of
+// a record's password field.
+void OpenPassword(const pugi::xml_node& element, FloorCipher& cipher, std::size_t& acc) {
+  const char* text = element.child_value();
+  const std::size_t size = std::strlen(text);
+  if (size == 0) return;
+  wchar_t clear[256];
+  if (!cipher.Open(text, size, clear, sizeof clear / sizeof clear[0]))
+    throw std::runtime_error("floor cannot open a password");
+  acc += std::wcslen(clear);
+}
+
+void Walk(const pugi::xml_node& node, std::size_t& acc, FloorCipher* cipher) {
   for (pugi::xml_attribute a = node.first_attribute(); a; a = a.next_attribute())
     acc += std::strlen(a.name()) + std::strlen(a.value());
   for (pugi::xml_node c = node.first_child(); c; c = c.next_sibling()) {
     acc += std::strlen(c.name()) + std::strlen(c.value());
-    Walk(c, acc);
+    if (cipher && c.type() == pugi::node_element && EndsWith(c.name(), "Password")) OpenPassword(c, *cipher, acc);
+    Walk(c, acc, cipher);
   }
 }
 
@@ -146,23 +167,41 @@ std::vector<std::wstring> PasswordsOf(const tag_Site& s) {
   }
 }
 
-std::size_t WalkSites(const pugi::xml_document& doc);
-
-std::size_t FloorRead(const std::string& path) {
-  pugi::xml_document doc;
-  if (!doc.load_file(path.c_str())) throw std::runtime_error("floor cannot load " + path);
-  return WalkSites(doc);
+// The clear passwords of a record in the order the writer emits them,
+// without copying: their number.
+std::size_t PasswordFields(const tag_Site& s, const wchar_t* (&out)[4]) {
+  switch (s.nSiteType) {
+    case sitehlp::SITE_TYPE_HTTP: out[0] = s.httpSite.szPassword; return 1;
+    case sitehlp::SITE_TYPE_FTP: out[0] = s.ftpSite.szPassword; return 1;
+    case sitehlp::SITE_TYPE_UNC: out[0] = s.uncSite.szPassword; return 1;
+    case sitehlp::SITE_TYPE_LOCAL: out[0] = s.localSite.szPassword; return 1;
+    case sitehlp::SITE_TYPE_PROXY:
+      out[0] = s.proxySettings.szHttpProxyPassword;
+      out[1] = s.proxySettings.szFtpProxyPassword;
+      out[2] = s.proxySettings.szAlternateHttpProxyPassword;
+      out[3] = s.proxySettings.szAlternateFtpProxyPassword;
+      return 4;
+    default: return 0;
+  }
 }
 
-std::size_t FloorParseWalk(const std::string& text) {
+std::size_t WalkSites(const pugi::xml_document& doc, FloorCipher* cipher);
+
+std::size_t FloorRead(const std::string& path, FloorCipher* cipher) {
+  pugi::xml_document doc;
+  if (!doc.load_file(path.c_str())) throw std::runtime_error("floor cannot load " + path);
+  return WalkSites(doc, cipher);
+}
+
+std::size_t FloorParseWalk(const std::string& text, FloorCipher* cipher) {
   pugi::xml_document doc;
   if (!doc.load_buffer(text.data(), text.size())) throw std::runtime_error("floor cannot parse text");
-  return WalkSites(doc);
+  return WalkSites(doc, cipher);
 }
 
 // Every site element's attributes and children walked, one whole record
 // calloc'ed per site; the records are freed at the end.
-std::size_t WalkSites(const pugi::xml_document& doc) {
+std::size_t WalkSites(const pugi::xml_document& doc, FloorCipher* cipher) {
   std::size_t acc = 0;
   std::size_t sites = 0;
   tag_Site* head = nullptr;
@@ -177,7 +216,7 @@ std::size_t WalkSites(const pugi::xml_document& doc) {
       else
         head = record;
       tail = record;
-      Walk(site, acc);
+      Walk(site, acc, cipher);
       ++sites;
     }
   }
@@ -212,6 +251,53 @@ std::size_t FloorReadBytes(const std::string& path) {
   return used;
 }
 
+FloorCipher& TheFloorCipher() {
+  static FloorCipher cipher(port::KeyDirectory() + "/kind3.key");
+  return cipher;
+}
+
+std::size_t FloorReadWiden(const std::string& path) {
+  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) throw std::runtime_error("cannot open " + path);
+  struct stat st {};
+  ::fstat(fd, &st);
+  std::string bytes(static_cast<std::size_t>(st.st_size), '\0');
+  std::size_t used = 0;
+  while (used < bytes.size()) {
+    const ssize_t n = ::read(fd, &bytes[used], bytes.size() - used);
+    if (n <= 0) break;
+    used += static_cast<std::size_t>(n);
+  }
+  ::close(fd);
+  // UTF-8 to wide text: one character per byte below 0x80, the sequences
+  // decoded otherwise (no checks: a floor).
+  std::wstring text(used, L'\0');
+  const unsigned char* p = reinterpret_cast<const unsigned char*>(bytes.data());
+  const unsigned char* end = p + used;
+  wchar_t* out = &text[0];
+  while (p < end) {
+    const unsigned c = *p;
+    if (c < 0x80) {
+      *out++ = static_cast<wchar_t>(c);
+      ++p;
+    } else if (c < 0xE0 && p + 1 < end) {
+      *out++ = static_cast<wchar_t>(((c & 0x1F) << 6) | (p[1] & 0x3F));
+      p += 2;
+    } else if (c < 0xF0 && p + 2 < end) {
+      *out++ = static_cast<wchar_t>(((c & 0x0F) << 12) | ((p[1] & 0x3F) << 6) | (p[2] & 0x3F));
+      p += 3;
+    } else if (p + 3 < end) {
+      *out++ = static_cast<wchar_t>(((c & 0x07) << 18) | ((p[1] & 0x3F) << 12) | ((p[2] & 0x3F) << 6) | (p[3] & 0x3F));
+      p += 4;
+    } else {
+      break;
+    }
+  }
+  text.resize(static_cast<std::size_t>(out - &text[0]));
+  g_sink = text.size();
+  return text.size();
+}
+
 std::size_t FloorCopy(const tag_Site* head) {
   tag_Site* first = nullptr;
   tag_Site* tail = nullptr;
@@ -237,8 +323,10 @@ std::size_t FloorCopy(const tag_Site* head) {
 
 std::size_t FloorWrite(const tag_Site* head, const std::vector<std::vector<std::string>>& passwords,
                        const std::vector<std::wstring>& caCertificates,
-                       const std::vector<std::pair<std::wstring, std::wstring>>& policies, const std::string& path) {
+                       const std::vector<std::pair<std::wstring, std::wstring>>& policies, const std::string& path,
+                       FloorCipher* cipher) {
   std::string buf;
+  std::vector<std::string> fresh(4);
   pugi::xml_document doc;
   pugi::xml_node root = doc.append_child("ns:SiteLists");
   root.append_attribute("xmlns:ns").set_value("zelSiteList");
@@ -263,7 +351,20 @@ std::size_t FloorWrite(const tag_Site* head, const std::vector<std::vector<std::
 
   std::size_t index = 0;
   for (const tag_Site* s = head; s; s = s->pNext, ++index) {
-    const std::vector<std::string>& pw = passwords.at(index);
+    // With a cipher every password is sealed here, with a fresh nonce, as
+    // the writer must; without, the ciphertexts made beforehand are used.
+    const std::vector<std::string>* sealed = &passwords.at(index);
+    if (cipher) {
+      const wchar_t* clear[4];
+      const std::size_t count = PasswordFields(*s, clear);
+      for (std::size_t k = 0; k < count; ++k) {
+        fresh[k].clear();
+        U8(clear[k], buf);
+        if (!cipher->Seal(buf.data(), buf.size(), fresh[k])) throw std::runtime_error("floor cannot seal");
+      }
+      sealed = &fresh;
+    }
+    const std::vector<std::string>& pw = *sealed;
     switch (s->nSiteType) {
       case sitehlp::SITE_TYPE_HTTP: {
         const sitehlp::tag_HttpSite& h = s->httpSite;

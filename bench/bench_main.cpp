@@ -28,7 +28,7 @@ int main(int argc, char** argv) {
     mallopt(M_MMAP_THRESHOLD, 32 * 1024 * 1024);
     mallopt(M_TRIM_THRESHOLD, 512 * 1024 * 1024);
   }
-  for (unsigned n : {10u, 100u, 1000u}) {
+  for (unsigned n : {10u, 100u, 1000u, 10000u}) {
     const vlmbench::SizeData& data = vlmbench::BenchEnv::Get().Size(n);
     sitehlp::CSitesHelper helper(data.wlistPath);
     sitehlp::tag_Site* list = nullptr;

@@ -81,6 +81,12 @@ void BM_Floor_ReadBytes(benchmark::State& state) {
 }
 BENCHMARK(BM_Floor_ReadBytes)->Apply(Sizes);
 
+void BM_Floor_ReadWiden(benchmark::State& state) {
+  const SizeData& data = BenchEnv::Get().Size(static_cast<unsigned>(state.range(0)));
+  for (auto _ : state) benchmark::DoNotOptimize(FloorReadWiden(data.listPath));
+}
+BENCHMARK(BM_Floor_ReadWiden)->Apply(Sizes);
+
 void BM_CreateSiteListFromBuffer(benchmark::State& state) {
   const SizeData& data = BenchEnv::Get().Size(static_cast<unsigned>(state.range(0)));
   std::filesystem::create_directories(port::UnderRootPrefix("/opt/Velmora/orx/scratch/etc"));

@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "port/crypto/CryptShim.h"
+#include "sitehlp/PasswordCipher.h"
 #include "sitehlp/SitesHelper.h"
 
 namespace sitehlp {
@@ -26,7 +27,7 @@ class EncryptionObject {
 }  // namespace
 
 bool CSitesHelper::EncryptDecryptPassword(const std::wstring& in, std::wstring& out, bool bEncrypt) {
-  EncryptionObject object(ENCRYPTION_TEXT);
+  PasswordCipher object;
   if (!object) return false;
   AString result;
   const bool ok = bEncrypt ? object->encrypt(AString(in), result) : object->decrypt(AString(in), result);

@@ -55,13 +55,15 @@ class ReadPlan {
     if (children.size() > kMaxValues || m_attributes.size() > kMaxValues)
       throw std::logic_error("a site element reads more values than the reader holds");
     m_children.reset(new NarrowNames(children.data(), children.size()));
+    for (const wchar_t* name : m_attributes) m_attributesUtf8.push_back(ACharString(name));
+    for (const std::string& name : m_attributesUtf8) m_attributeNames.push_back(name.c_str());
   }
 
   int Slot(std::size_t field) const { return m_slot[field]; }
   int Partner(std::size_t field) const { return m_partner[field]; }
 
   void FetchAttributes(const Element& element, const char** values) const {
-    element.GetAttributesUtf8(m_attributes.data(), m_attributes.size(), values);
+    element.GetAttributesUtf8(m_attributeNames.data(), m_attributeNames.size(), values);
   }
   void FindChildren(const Element& element, Element* children) const {
     for (Element child : element.Children()) {
@@ -72,6 +74,9 @@ class ReadPlan {
 
  private:
   std::vector<const wchar_t*> m_attributes;
+  // Their UTF-8, as the tree holds names: compared byte for byte.
+  std::vector<std::string> m_attributesUtf8;
+  std::vector<const char*> m_attributeNames;
   std::unique_ptr<NarrowNames> m_children;
   std::vector<int> m_slot;
   std::vector<int> m_partner;

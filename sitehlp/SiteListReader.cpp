@@ -13,6 +13,7 @@
 #include "sitehlp/ExceptionResult.h"
 #include "sitehlp/FieldFill.h"
 #include "sitehlp/Numbers.h"
+#include "sitehlp/PasswordCipher.h"
 #include "sitehlp/SiteListFile.h"
 #include "sitehlp/SiteTables.h"
 #include "sitehlp/SitesHelper.h"
@@ -31,8 +32,12 @@ using AdvXMLParser::Element;
 void ReadSiteHeader(CSitesHelper& helper, const Element& child, tag_Site& site) {
   static const wchar_t* const kHeader[] = {ZEL_XML_SITE_TYPE, ZEL_XML_SITE_ENABLED, ZEL_XML_SITE_LOCAL,
                                            ZEL_XML_SITE_ORDER};
+  static const std::string kHeaderUtf8[] = {ACharString(kHeader[0]), ACharString(kHeader[1]),
+                                            ACharString(kHeader[2]), ACharString(kHeader[3])};
+  static const char* const kHeaderNames[] = {kHeaderUtf8[0].c_str(), kHeaderUtf8[1].c_str(), kHeaderUtf8[2].c_str(),
+                                             kHeaderUtf8[3].c_str()};
   const char* header[4];
-  child.GetAttributesUtf8(kHeader, 4, header);
+  child.GetAttributesUtf8(kHeaderNames, 4, header);
   FillField(helper, site.szType, header[0], c_nameCapacity);
   site.bMirror = wcsicmp(site.szType, STR_SITE_TYPE_MIRROR) == 0;
   site.bEnabled = AtoiUtf8(header[1]) != 0;
@@ -110,6 +115,8 @@ int CSitesHelper::ReadSitesOfSiteList(const Element& siteList, tag_Site** ppHead
 }
 
 int CSitesHelper::ReadSiteListRoot(const Element& root, tag_Site** ppHead) {
+  // The passwords of the document share one encryption object.
+  PasswordCipherScope passwords;
   int result = c_success;
   for (Element child : root.Children()) {
     if (child.HasName(ZEL_XML_SITELIST)) {

@@ -8,6 +8,7 @@
 
 #include "port/log/Log.h"
 #include "port/xml/AdvXMLParser.h"
+#include "sitehlp/PasswordCipher.h"
 #include "sitehlp/Allocation.h"
 #include "sitehlp/Component.h"
 #include "sitehlp/SiteListChange.h"
@@ -65,6 +66,8 @@ bool CSitesHelper::BuildSiteListText(tag_Site* sites, const std::wstring& target
                                      const std::wstring& localVersion, const std::wstring& type,
                                      const std::vector<std::wstring>& caCertificates, std::string& text, int& result) {
   ADetailTrace trace(c_component, L"Creating Sitelist");
+  // The passwords of the document share one encryption object.
+  PasswordCipherScope passwords;
   result = c_success;
   std::wstring local = localVersion;
   if (local.empty()) {

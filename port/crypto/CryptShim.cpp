@@ -33,9 +33,6 @@ constexpr std::size_t kOverhead = kNonceSize + kTagSize;
 // EVP takes int lengths; larger inputs go through in pieces.
 constexpr std::size_t kChunk = static_cast<std::size_t>(INT_MAX / 2);
 
-using CipherCtx = std::unique_ptr<EVP_CIPHER_CTX, decltype(&EVP_CIPHER_CTX_free)>;
-
-CipherCtx NewCtx() { return CipherCtx(EVP_CIPHER_CTX_new(), &EVP_CIPHER_CTX_free); }
 
 // The cipher, fetched from the providers once per process. Handing OpenSSL 3
 // the built-in EVP_aes_256_gcm() makes every init look the implementation up
@@ -56,6 +53,49 @@ class FetchedCipher {
 const EVP_CIPHER* Aes256Gcm() {
   static const FetchedCipher cipher;
   return cipher.get();
+}
+
+// A cipher context kept per thread, kind and direction, with the key it was
+// keyed with. Setting a key costs more than the AES work on a password (key
+// schedule and GHASH table); a context keyed already takes only the next
+// nonce. The key is compared on every use, so a changed key file (or another
+// key directory) keys it afresh. Freeing the context wipes its schedule.
+class KeyedContext {
+ public:
+  KeyedContext() = default;
+  ~KeyedContext() {
+    EVP_CIPHER_CTX_free(m_ctx);
+    OPENSSL_cleanse(m_key, sizeof(m_key));
+  }
+  KeyedContext(const KeyedContext&) = delete;
+  KeyedContext& operator=(const KeyedContext&) = delete;
+
+  // The context, initialised for key and nonce in the direction asked; NULL
+  // when OpenSSL cannot give one.
+  EVP_CIPHER_CTX* start(bool encrypt, const unsigned char* key, const unsigned char* nonce) {
+    if (!m_ctx && !(m_ctx = EVP_CIPHER_CTX_new())) return nullptr;
+    const bool keyed = m_bKeyed && CRYPTO_memcmp(m_key, key, sizeof(m_key)) == 0;
+    const EVP_CIPHER* cipher = keyed ? nullptr : Aes256Gcm();
+    const unsigned char* newKey = keyed ? nullptr : key;
+    m_bKeyed = false;
+    const int ok = encrypt ? EVP_EncryptInit_ex(m_ctx, cipher, nullptr, newKey, nonce)
+                           : EVP_DecryptInit_ex(m_ctx, cipher, nullptr, newKey, nonce);
+    if (ok != 1) return nullptr;
+    if (!keyed) std::memcpy(m_key, key, sizeof(m_key));
+    m_bKeyed = true;
+    return m_ctx;
+  }
+
+ private:
+  EVP_CIPHER_CTX* m_ctx = nullptr;
+  unsigned char m_key[KeyConf::c_keySize] = {};
+  bool m_bKeyed = false;
+};
+
+// The calling thread's context for a kind and direction.
+EVP_CIPHER_CTX* StartCipher(EncryptionType kind, bool encrypt, const unsigned char* key, const unsigned char* nonce) {
+  thread_local KeyedContext contexts[2][2];
+  return contexts[kind == ENCRYPTION_TEXT ? 0 : 1][encrypt ? 1 : 0].start(encrypt, key, nonce);
 }
 
 // A byte vector for clear text: wiped before its memory is given back. Its
@@ -140,22 +180,20 @@ class AesGcmEncryption final : public IEncryption {
     unsigned char* cipher = nonce + kNonceSize;
     unsigned char* tag = cipher + size;
     if (RAND_bytes(nonce, static_cast<int>(kNonceSize)) != 1) return false;
-    CipherCtx ctx = NewCtx();
+    EVP_CIPHER_CTX* ctx = StartCipher(m_kind, true, m_key, nonce);
     if (!ctx) return false;
     const unsigned char aad = static_cast<unsigned char>(m_kind);
     int len = 0;
-    if (EVP_EncryptInit_ex(ctx.get(), Aes256Gcm(), nullptr, m_key, nonce) != 1 ||
-        EVP_EncryptUpdate(ctx.get(), nullptr, &len, &aad, 1) != 1)
-      return false;
+    if (EVP_EncryptUpdate(ctx, nullptr, &len, &aad, 1) != 1) return false;
     std::size_t done = 0;
     while (done < size) {
       const std::size_t piece = std::min(size - done, kChunk);
-      if (EVP_EncryptUpdate(ctx.get(), cipher + done, &len, in + done, static_cast<int>(piece)) != 1) return false;
+      if (EVP_EncryptUpdate(ctx, cipher + done, &len, in + done, static_cast<int>(piece)) != 1) return false;
       done += static_cast<std::size_t>(len);
     }
     // GCM is a stream mode: Final emits nothing, but completes the tag.
-    if (EVP_EncryptFinal_ex(ctx.get(), cipher + done, &len) != 1 || done + static_cast<std::size_t>(len) != size ||
-        EVP_CIPHER_CTX_ctrl(ctx.get(), EVP_CTRL_GCM_GET_TAG, static_cast<int>(kTagSize), tag) != 1)
+    if (EVP_EncryptFinal_ex(ctx, cipher + done, &len) != 1 || done + static_cast<std::size_t>(len) != size ||
+        EVP_CIPHER_CTX_ctrl(ctx, EVP_CTRL_GCM_GET_TAG, static_cast<int>(kTagSize), tag) != 1)
       return false;
     sealed = std::move(buf);
     return true;
@@ -170,23 +208,21 @@ class AesGcmEncryption final : public IEncryption {
     const std::size_t cipherSize = size - kOverhead;
     unsigned char tag[kTagSize];
     std::memcpy(tag, cipher + cipherSize, kTagSize);  // the ctrl wants a writable pointer
-    CipherCtx ctx = NewCtx();
+    EVP_CIPHER_CTX* ctx = StartCipher(m_kind, false, m_key, nonce);
     if (!ctx) return false;
     const unsigned char aad = static_cast<unsigned char>(m_kind);
     int len = 0;
-    if (EVP_DecryptInit_ex(ctx.get(), Aes256Gcm(), nullptr, m_key, nonce) != 1 ||
-        EVP_DecryptUpdate(ctx.get(), nullptr, &len, &aad, 1) != 1)
-      return false;
+    if (EVP_DecryptUpdate(ctx, nullptr, &len, &aad, 1) != 1) return false;
     std::size_t done = 0;
     while (done < cipherSize) {
       const std::size_t piece = std::min(cipherSize - done, kChunk);
-      if (EVP_DecryptUpdate(ctx.get(), clear.data() + done, &len, cipher + done, static_cast<int>(piece)) != 1)
+      if (EVP_DecryptUpdate(ctx, clear.data() + done, &len, cipher + done, static_cast<int>(piece)) != 1)
         return false;
       done += static_cast<std::size_t>(len);
     }
-    if (EVP_CIPHER_CTX_ctrl(ctx.get(), EVP_CTRL_GCM_SET_TAG, static_cast<int>(kTagSize), tag) != 1) return false;
+    if (EVP_CIPHER_CTX_ctrl(ctx, EVP_CTRL_GCM_SET_TAG, static_cast<int>(kTagSize), tag) != 1) return false;
     // Final checks the tag: a tampered or foreign value ends here.
-    return EVP_DecryptFinal_ex(ctx.get(), clear.data() + done, &len) == 1 && done + static_cast<std::size_t>(len) == cipherSize;
+    return EVP_DecryptFinal_ex(ctx, clear.data() + done, &len) == 1 && done + static_cast<std::size_t>(len) == cipherSize;
   }
 
   const EncryptionType m_kind;

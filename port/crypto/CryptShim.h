@@ -9,7 +9,9 @@
 // Clear text is UTF-8 inside the cipher. Each kind has its own 32-byte key,
 // from KeyConf.
 // Thread safety: the factory and the objects may be used from any thread;
-// one object is used by one thread at a time.
+// one object is used by one thread at a time. Each thread keeps one cipher
+// context per kind and direction, keyed once and given a new nonce per value
+// (wiped when the thread ends).
 #ifndef VLM_PORT_CRYPTO_CRYPTSHIM_H
 #define VLM_PORT_CRYPTO_CRYPTSHIM_H
 

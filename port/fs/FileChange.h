@@ -29,6 +29,26 @@
 //   The record's removal is not fsynced on its own: if a power cut undoes
 //   it, the record comes back and is redone, which then changes nothing.
 //
+// The fsyncs, and why none of them can go (a change of N files makes N + 3:
+// one per temporary, one for the record, two of the directory). A power cut
+// keeps of a file only what its last fsync covered, and of a directory only
+// the entries its last fsync covered; of the rest it may keep any part, in
+// any order. So:
+//   - each temporary is fsynced before the record names it: after the cut a
+//     redo renames it, and its bytes must be whole;
+//   - the record is fsynced before it is renamed into place: a record whose
+//     name survived but whose bytes did not is damaged, and would be removed
+//     while some renames of (c) survived, leaving the files half changed;
+//   - the directory is fsynced after the record's rename and before the
+//     first rename of (c): otherwise the cut may keep a rename of (c) and
+//     lose the record's, with nothing left to finish the change;
+//   - the directory is fsynced again after (c) and before the record goes:
+//     otherwise the cut may keep the removal and lose a rename, with the
+//     same result.
+// Only the last step (the record's removal) is left unsynced, for the reason
+// above. A single file's replacement has no record and no first directory
+// fsync: one rename is all or nothing by itself.
+//
 // Who may finish: the record exists only while its writer holds the
 // exclusive lock of the directory's files, or after that writer died. So
 // whoever holds that lock, shared or exclusive, and finds a record, knows its

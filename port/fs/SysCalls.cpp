@@ -15,6 +15,7 @@ int RealClose(int fd) { return ::close(fd); }
 ssize_t RealRead(int fd, void* buf, size_t n) { return ::read(fd, buf, n); }
 ssize_t RealWrite(int fd, const void* buf, size_t n) { return ::write(fd, buf, n); }
 int RealFsync(int fd) { return ::fsync(fd); }
+int RealFdatasync(int fd) { return ::fdatasync(fd); }
 int RealFstat(int fd, struct stat* st) { return ::fstat(fd, st); }
 int RealStat(const char* path, struct stat* st) { return ::stat(path, st); }
 int RealLstat(const char* path, struct stat* st) { return ::lstat(path, st); }
@@ -35,9 +36,10 @@ int RealRenameNoReplace(const char* from, const char* to) {
 ssize_t RealGetrandom(void* buf, size_t n, unsigned flags) { return ::getrandom(buf, n, flags); }
 
 const SysCalls kReal = {
-    RealOpen,   RealClose,  RealRead,   RealWrite, RealFsync,  RealFstat,  RealStat,     RealLstat,
-    RealFchmod, RealFchown, RealRename, RealUnlink, RealMkdir, RealAccess, RealFcntlLock,
-    RealOpendir, RealReaddir, RealClosedir, RealLink, RealRenameNoReplace, RealGetrandom,
+    RealOpen,    RealClose,   RealRead,     RealWrite, RealFsync,           RealFdatasync, RealFstat,
+    RealStat,    RealLstat,   RealFchmod,   RealFchown, RealRename,         RealUnlink,    RealMkdir,
+    RealAccess,  RealFcntlLock, RealOpendir, RealReaddir, RealClosedir, RealLink, RealRenameNoReplace,
+    RealGetrandom,
 };
 
 }  // namespace

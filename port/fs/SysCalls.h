@@ -22,6 +22,7 @@ struct SysCalls {
   ssize_t (*read)(int fd, void* buf, size_t n);
   ssize_t (*write)(int fd, const void* buf, size_t n);
   int (*fsync)(int fd);
+  int (*fdatasync)(int fd);
   int (*fstat)(int fd, struct stat* st);
   int (*stat)(const char* path, struct stat* st);
   int (*lstat)(const char* path, struct stat* st);

@@ -255,6 +255,18 @@ void Element::GetAttributesUtf8(const wchar_t* const* names, std::size_t count, 
   }
 }
 
+void Element::GetAttributesUtf8(const char* const* names, std::size_t count, const char** values) const {
+  for (std::size_t i = 0; i < count; ++i) values[i] = nullptr;
+  for (pugi::xml_attribute a = ToNode(m_ref).first_attribute(); a; a = a.next_attribute()) {
+    const char* name = a.name();
+    for (std::size_t i = 0; i < count; ++i) {
+      if (names[i][0] != name[0] || values[i] || std::strcmp(name, names[i]) != 0) continue;
+      values[i] = a.value();
+      break;
+    }
+  }
+}
+
 // Readers fill fixed-capacity record fields straight from the tree: no wide
 // string is made (and freed) per value. The decoding is ToWide's.
 bool DecodeUtf8Into(const char* utf8, wchar_t* dst, std::size_t capacity, std::size_t& length) {

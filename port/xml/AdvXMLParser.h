@@ -110,6 +110,9 @@ class Element : public Node {
   // GetAttributeUtf8 of count names at once, in one pass over the element's
   // attributes: values[i] is the first value named names[i], or NULL.
   void GetAttributesUtf8(const wchar_t* const* names, std::size_t count, const char** values) const;
+  // The same with the names in UTF-8, as the tree holds them: compared byte
+  // for byte, without decoding.
+  void GetAttributesUtf8(const char* const* names, std::size_t count, const char** values) const;
 
   // The index-th child element named name (0 = first); null when none.
   Element GetElement(const wchar_t* name, int index = 0) const;
