@@ -29,13 +29,17 @@
 //   The record's removal is not fsynced on its own: if a power cut undoes
 //   it, the record comes back and is redone, which then changes nothing.
 //
-// The fsyncs, and why none of them can go (a change of N files makes N + 3:
-// one per temporary, one for the record, two of the directory). A power cut
+// The fsyncs, and why none of them can go (a change of N files makes N + 4:
+// one per temporary, one for the record, three of the directory). A power cut
 // keeps of a file only what its last fsync covered, and of a directory only
 // the entries its last fsync covered; of the rest it may keep any part, in
 // any order. So:
 //   - each temporary is fsynced before the record names it: after the cut a
 //     redo renames it, and its bytes must be whole;
+//   - the directory is fsynced in prepare, before the record's rename: the
+//     cut may otherwise keep the record's name and lose a temporary's, and
+//     the redo would take that file for one already renamed and leave it old
+//     beside the new ones;
 //   - the record is fsynced before it is renamed into place: a record whose
 //     name survived but whose bytes did not is damaged, and would be removed
 //     while some renames of (c) survived, leaving the files half changed;
