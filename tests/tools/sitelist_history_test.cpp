@@ -412,7 +412,8 @@ TEST_F(History, TwoCommandsAtOnceKeepOneEntryEachInTurn) {
   EXPECT_EQ(a, std::vector<int>(6, 0));
   EXPECT_EQ(b, std::vector<int>(6, 0));
   // No change lost: both sites end enabled, as each command left them.
-  for (const Json& site : Json::parse(MustRun({"show", "--json"}))["sites"])
+  const Json shown = Json::parse(MustRun({"show", "--json"}));
+  for (const Json& site : shown["sites"])
     if (site["name"] == "Own" || site["name"] == "Share") EXPECT_EQ(site["enabled"], true) << site["name"];
   // Every change kept once, under ids given once each, newest first.
   const Json entries = HistoryJson()["entries"];
