@@ -234,7 +234,10 @@ bool FloorLoad(const std::string& path) {
   return static_cast<bool>(doc.load_file(path.c_str()));
 }
 
-std::size_t FloorReadBytes(const std::string& path) {
+namespace {
+
+// The floor's read: one open, one fstat, reads until the size, one close.
+std::string FloorReadAll(const std::string& path) {
   const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
   if (fd < 0) throw std::runtime_error("cannot open " + path);
   struct stat st {};
@@ -247,6 +250,15 @@ std::size_t FloorReadBytes(const std::string& path) {
     used += static_cast<std::size_t>(n);
   }
   ::close(fd);
+  bytes.resize(used);
+  return bytes;
+}
+
+}  // namespace
+
+std::size_t FloorReadBytes(const std::string& path) {
+  const std::string bytes = FloorReadAll(path);
+  const std::size_t used = bytes.size();
   g_sink = used;
   return used;
 }
@@ -257,18 +269,8 @@ FloorCipher& TheFloorCipher() {
 }
 
 std::size_t FloorReadWiden(const std::string& path) {
-  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd < 0) throw std::runtime_error("cannot open " + path);
-  struct stat st {};
-  ::fstat(fd, &st);
-  std::string bytes(static_cast<std::size_t>(st.st_size), '\0');
-  std::size_t used = 0;
-  while (used < bytes.size()) {
-    const ssize_t n = ::read(fd, &bytes[used], bytes.size() - used);
-    if (n <= 0) break;
-    used += static_cast<std::size_t>(n);
-  }
-  ::close(fd);
+  const std::string bytes = FloorReadAll(path);
+  const std::size_t used = bytes.size();
   // UTF-8 to wide text: one character per byte below 0x80, the sequences
   // decoded otherwise (no checks: a floor).
   std::wstring text(used, L'\0');
